@@ -1,0 +1,67 @@
+// The host's image writer: renders its input and writes it to a file through OpenImageIO.
+#pragma once
+
+#include <string>
+
+#include "host/Iop.h"
+#include "host/Render.h"
+
+namespace host {
+
+/// Writes input 0 to an image file whose type is chosen from the file name (exr, png, jpg,
+/// jpeg, tif, tiff, dpx, ... whatever OpenImageIO writes). The file appears complete or
+/// not at all: the image goes to a temporary file beside the target, renamed on success.
+/// Failures (unknown type, unwritable folder, full disk, an input's error) are reported
+/// through `error`, so the tree is aborted and the message is in its handler.
+///
+/// Knobs: "file" (the target name), "file_type" (set from the name), "datatype" ("uint8",
+/// "uint16", "half", "float", or empty for float where the file type has it),
+/// "_jpeg_quality" (float, 0 .. 1, for JPEG files).
+class Write : public Iop {
+public:
+    explicit Write(Node* node);
+    ~Write() override;
+
+    const char* Class() const override { return "Write"; }
+    const char* node_help() const override;
+    void knobs(Knob_Closure& f) override;
+
+    void file(const char* name) { m_file = name != nullptr ? name : ""; }
+    const std::string& file() const { return m_file; }
+
+    /// Sets the file type from the file name's extension (lower case, without the dot);
+    /// empty when the name has none.
+    void set_file_type_from_filename();
+    /// The chosen file type; null when none is set.
+    const char* file_type() const { return m_file_type.empty() ? nullptr : m_file_type.c_str(); }
+
+    /// The channels to write; those the input does not have are left out. Default: RGBA.
+    void channels(const ChannelSet& channels) { m_channels = channels; }
+    const ChannelSet& channels() const { return m_channels; }
+
+    void datatype(const std::string& type) { m_datatype = type; }
+    const std::string& datatype() const { return m_datatype; }
+    float jpeg_quality() const { return m_jpeg_quality; }
+
+    /// Threads, progress and interrupt for the renders `execute` runs.
+    void render_options(const RenderOptions& options) { m_options = options; }
+
+    /// Validates, renders input 0 and writes the file. Returns true when the file was written;
+    /// false when the tree was aborted or cancelled (nothing is left under the file name).
+    bool execute();
+
+    void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
+
+protected:
+    void _validate(bool for_real) override;
+
+private:
+    std::string m_file;
+    std::string m_file_type;
+    std::string m_datatype;
+    float m_jpeg_quality = 0.9f;
+    ChannelSet m_channels = Mask_RGBA;
+    RenderOptions m_options;
+};
+
+}  // namespace host

@@ -1,0 +1,146 @@
+// ImageBuffer sizing, copying and its host operator side.
+#include "image/ImageBuffer.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstdint>
+#include <limits>
+#include <new>
+
+#include "image/RowCopy.h"
+
+namespace host {
+namespace {
+
+/// The sample count of a width x height x channels buffer: 0 when a dimension is negative,
+/// -1 when the count does not fit in a signed 32-bit int.
+std::int64_t sampleCount(int w, int h, int c) {
+    if (w < 0 || h < 0 || c < 0) {
+        return 0;
+    }
+    const std::int64_t n = std::int64_t(w) * std::int64_t(h) * std::int64_t(c);
+    return n > std::numeric_limits<std::int32_t>::max() ? -1 : n;
+}
+
+}  // namespace
+
+template <class T>
+ImageBuffer<T>::ImageBuffer() : NoIop(nullptr), lut(LUT::getLut(0)) {}
+
+template <class T>
+ImageBuffer<T>::ImageBuffer(int w, int h, int c)
+    : NoIop(nullptr),
+      width(w),
+      height(h),
+      channels(c),
+      bbox{0, 0, w, h},
+      stride(w * c),
+      lut(LUT::getLut(0)) {
+    const std::int64_t n = sampleCount(w, h, c);
+    if (n < 0) {
+        throw std::bad_alloc();
+    }
+    if (n > 0) {
+        data = new T[static_cast<std::size_t>(n)];
+    }
+}
+
+template <class T>
+ImageBuffer<T>::ImageBuffer(const ImageBuffer& other) : ImageBuffer() {
+    *this = other;
+}
+
+template <class T>
+ImageBuffer<T>::~ImageBuffer() {
+    delete[] data;
+}
+
+template <class T>
+void ImageBuffer<T>::resize(int w, int h, int c) {
+    std::int64_t n = sampleCount(w, h, c);
+    const std::int64_t current = sampleCount(width, height, channels);
+    if (n != current || n < 0) {
+        delete[] data;
+        data = nullptr;
+        if (n < 1) {
+            w = h = c = 0;
+        }
+        if (n > 0) {
+            try {
+                data = new T[static_cast<std::size_t>(n)];
+            } catch (const std::bad_alloc&) {
+                n = -1;
+            }
+        }
+        if (n < 0) {
+            // The old array is gone: report 0 x 0 x 0 so the invariants hold.
+            width = height = channels = stride = 0;
+            bbox = Box{};
+            throw std::bad_alloc();
+        }
+    } else if (n == 0 && (w < 0 || h < 0 || c < 0)) {
+        w = h = c = 0;
+    }
+    width = w;
+    height = h;
+    channels = c;
+    bbox = Box{0, 0, w, h};
+    stride = w * c;
+    if (n > 0) {
+        // Force a fresh validation so format, box and channels describe the new size.
+        invalidate();
+        validate(true);
+    }
+}
+
+template <class T>
+ImageBuffer<T>& ImageBuffer<T>::operator=(const ImageBuffer& other) {
+    if (&other == this) {
+        return *this;
+    }
+    resize(other.width, other.height, other.channels);
+    bbox = other.bbox;
+    const std::int64_t n = sampleCount(width, height, channels);
+    if (n > 0) {
+        std::copy_n(other.data, n, data);
+    }
+    lut = other.lut;
+    return *this;
+}
+
+template <class T>
+void ImageBuffer<T>::_validate(bool /*for_real*/) {
+    format = Format(width, height, 1.0);
+    format.name = "";
+    info_().format(format);
+    info_().set(Box{0, 0, width, height});
+    const bool declarable = data != nullptr && channels > 0;
+    info_().channels(declarable ? ChannelSet(std::uint32_t((std::uint64_t(1) << std::min(channels, 31)) - 1))
+                                : Mask_None);
+    set_out_channels(Mask_All);
+}
+
+template <class T>
+void ImageBuffer<T>::_request(int, int, int, int, const ChannelSet&, int) {}
+
+template <class T>
+void ImageBuffer<T>::engine(int y, int x, int r, const ChannelSet& requested, Row& row) {
+    if (data == nullptr) {
+        row.erase(requested);
+        return;
+    }
+    assert(y >= 0 && y < height && x >= 0 && x <= r && r <= width);
+    const T* line = data + static_cast<std::ptrdiff_t>(y) * stride;
+    for (Channel z : requested) {
+        float* out = row.writable(z);
+        if (z - 1 < channels) {
+            quorblen::copyPlaneToRow(line, channels, z - 1, x, r, out);
+        } else {
+            std::fill(out + x, out + r, 0.0f);
+        }
+    }
+}
+
+template class ImageBuffer<float>;
+
+}  // namespace host

@@ -1,0 +1,10 @@
+// The inpainting library: diffusion, exemplar synthesis and elastica-scored fills over
+// ImageBuffers whose alpha channel (channel 3) marks the unknown region (0 known, 1 unknown).
+#pragma once
+
+#include "image/ImageBuffer.h"
+#include "inpaint/DiffusionKernels.h"
+#include "inpaint/Driver.h"
+#include "inpaint/Measures.h"
+#include "inpaint/PixelList.h"
+#include "inpaint/Priority.h"
