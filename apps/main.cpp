@@ -1,1 +1,100 @@
-int main() { return 0; }
+// The quorblen program: upscales, converts and inpaints image files.
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "apps/CommandLine.h"
+#include "apps/Commands.h"
+
+namespace {
+
+using namespace quorblen::app;
+
+struct Command {
+    const char* name;
+    int (*run)(const std::vector<std::string>& args);
+    const char* usage;
+    void (*describe)(std::ostream& out);  // more help, or null
+};
+
+const Command commands[] = {
+    {"upscale", runUpscale,
+     "upscale INPUT OUTPUT [--iterations N] [--lambda L] [--a A] [--threads N]\n"
+     "      Enlarge INPUT to twice its width and height, smoothing noise in flat areas\n"
+     "      while keeping edges; every 2x2 block of OUTPUT keeps its input pixel's mean.\n"
+     "      --iterations N  the node's Iterations: solver iterations per channel\n"
+     "      --lambda L      the node's Lambda: fidelity to the input; larger smooths less\n"
+     "      --a A           the node's A: a small regularisation constant above 0\n"
+     "      --threads N     render threads (default: one per core)",
+     describeUpscaleKnobs},
+    {"convert", runConvert,
+     "convert INPUT OUTPUT\n"
+     "      Convert between the raw format (.raw) and image files, both ways.",
+     nullptr},
+    {"inpaint", runInpaint,
+     "inpaint INPUT OUTPUT --mask MASK [--method tv|elastica|dual-tv] [--iterations N]\n"
+     "        [--lambda L] [--epsilon E] [--time-step T] [--dump PATTERN]\n"
+     "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).",
+     nullptr},
+};
+
+void printUsage(std::ostream& out, const Command& command) {
+    out << "  " << command.usage << "\n";
+    if (command.describe != nullptr) {
+        command.describe(out);
+    }
+}
+
+void printHelp(std::ostream& out) {
+    out << "Usage: quorblen COMMAND ARGUMENTS...\n"
+           "       quorblen              upscale the bundled sample photo\n"
+           "       quorblen --help | --version\n\nCommands:\n";
+    for (const Command& command : commands) {
+        printUsage(out, command);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    std::string name = "upscale";
+    if (!args.empty()) {
+        if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
+            printHelp(std::cout);
+            return ExitOk;
+        }
+        if (args[0] == "--version") {
+            std::cout << "quorblen " << QUORBLEN_VERSION << "\n";
+            return ExitOk;
+        }
+        name = args[0];
+        args.erase(args.begin());
+    }
+    const std::string prefix = "quorblen " + name + ": ";
+    for (const Command& command : commands) {
+        if (name != command.name) {
+            continue;
+        }
+        for (const std::string& arg : args) {
+            if (arg == "--help" || arg == "-h") {
+                std::cout << "usage: quorblen\n";
+                printUsage(std::cout, command);
+                return ExitOk;
+            }
+        }
+        try {
+            return command.run(args);
+        } catch (const UsageError& e) {
+            std::cerr << prefix << e.what() << "\n"
+                      << "usage: quorblen " << command.usage << "\n";
+            return ExitUsage;
+        } catch (const std::exception& e) {
+            std::cerr << prefix << e.what() << "\n";
+            return ExitFailure;
+        }
+    }
+    std::cerr << "quorblen: unknown command \"" << name << "\" (try quorblen --help)\n";
+    return ExitUsage;
+}

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <ostream>
 
 namespace host {
@@ -156,9 +157,15 @@ void Op::validate(bool for_real) {
     if (m_valid && (m_real || !for_real)) {
         return;
     }
-    _validate(for_real);
-    m_valid = true;
-    m_real = m_real || for_real;
+    try {
+        _validate(for_real);
+    } catch (const std::exception& e) {
+        error(std::string(Class()) + ": " + e.what());
+    }
+    // A validation during which the tree aborted (this operator's error or an input's)
+    // does not count: the next render validates again and reports again.
+    m_valid = !aborted();
+    m_real = m_valid && (m_real || for_real);
 }
 
 void Op::invalidate() {

@@ -10,7 +10,8 @@ namespace host {
 
 struct RenderOptions {
     int threads = 1;                               // render threads, at least 1
-    ProgressSink* progress = nullptr;              // owned by the caller; may be null
+    ProgressSink* progress = nullptr;              // owned by the caller, updated from the
+                                                   // thread that called render; may be null
     const std::atomic<bool>* interrupt = nullptr;  // set by the caller (Ctrl-C) to cancel
 };
 

@@ -46,6 +46,9 @@ public:
     /// Threads, progress and interrupt for the renders `execute` runs.
     void render_options(const RenderOptions& options) { m_options = options; }
 
+    /// True when OpenImageIO has a writer for the type `filename`'s name asks for.
+    static bool knows_file_type(const std::string& filename);
+
     /// Validates, renders input 0 and writes the file. Returns true when the file was written;
     /// false when the tree was aborted or cancelled (nothing is left under the file name).
     bool execute();

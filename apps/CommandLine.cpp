@@ -1,0 +1,139 @@
+// Argument parsing and lookup of the files the program ships with.
+#include "apps/CommandLine.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+
+namespace quorblen::app {
+namespace {
+
+bool contains(const std::vector<std::string>& list, const std::string& word) {
+    return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+std::filesystem::path programDirectory() {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    return ec ? std::filesystem::current_path() : self.parent_path();
+}
+
+std::string formatNumber(double value) {
+    std::string text = std::to_string(value);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (!text.empty() && text.back() == '.') {
+        text.pop_back();
+    }
+    return text;
+}
+
+}  // namespace
+
+Arguments::Arguments(const std::vector<std::string>& args,
+                     const std::vector<std::string>& valueOptions,
+                     const std::vector<std::string>& flagOptions) {
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
+            m_positional.push_back(arg);
+            continue;
+        }
+        const std::size_t equals = arg.find('=');
+        const std::string name = arg.substr(0, equals);
+        if (contains(flagOptions, name) && equals == std::string::npos) {
+            m_values[name] = "";
+        } else if (contains(valueOptions, name)) {
+            if (equals != std::string::npos) {
+                m_values[name] = arg.substr(equals + 1);
+            } else if (i + 1 < args.size()) {
+                m_values[name] = args[++i];
+            } else {
+                throw UsageError(name + " needs a value");
+            }
+        } else {
+            throw UsageError("unknown option " + name);
+        }
+    }
+}
+
+std::optional<std::string> Arguments::value(const std::string& option) const {
+    auto found = m_values.find(option);
+    if (found == m_values.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+int Arguments::intValue(const std::string& option, int fallback, int min, int max) const {
+    const std::optional<std::string> text = value(option);
+    if (!text) {
+        return fallback;
+    }
+    int number = 0;
+    const char* end = text->data() + text->size();
+    auto [ptr, ec] = std::from_chars(text->data(), end, number);
+    if (ec != std::errc() || ptr != end || text->empty()) {
+        throw UsageError(option + " must be a whole number, not \"" + *text + "\"");
+    }
+    if (number < min || number > max) {
+        throw UsageError(option + " must be between " + std::to_string(min) + " and " +
+                         std::to_string(max) + ", not " + *text);
+    }
+    return number;
+}
+
+double Arguments::doubleValue(const std::string& option, double fallback, double min, double max,
+                              bool minExclusive) const {
+    const std::optional<std::string> text = value(option);
+    if (!text) {
+        return fallback;
+    }
+    double number = 0.0;
+    const char* end = text->data() + text->size();
+    auto [ptr, ec] = std::from_chars(text->data(), end, number);
+    if (ec != std::errc() || ptr != end || text->empty() || !std::isfinite(number)) {
+        throw UsageError(option + " must be a number, not \"" + *text + "\"");
+    }
+    if (number < min || (minExclusive && number == min)) {
+        throw UsageError(option + " must be " + (minExclusive ? "above " : "at least ") +
+                         formatNumber(min) + ", not " + *text);
+    }
+    if (number > max) {
+        throw UsageError(option + " must be at most " + formatNumber(max) + ", not " + *text);
+    }
+    return number;
+}
+
+std::string bundledDataFile(const std::string& name) {
+    const std::filesystem::path candidates[] = {
+        std::filesystem::path(QUORBLEN_SOURCE_DATA_DIR) / name,
+        programDirectory() / ".." / QUORBLEN_DATA_INSTALL_DIR / name,
+    };
+    for (const std::filesystem::path& candidate : candidates) {
+        std::error_code ec;
+        if (std::filesystem::is_regular_file(candidate, ec)) {
+            return candidate.lexically_normal().string();
+        }
+    }
+    throw CommandError("cannot find the bundled file " + name);
+}
+
+std::string moduleFile() {
+    const std::filesystem::path candidates[] = {
+        programDirectory() / "Quorblen.so",
+        programDirectory() / ".." / QUORBLEN_MODULE_INSTALL_DIR / "Quorblen.so",
+    };
+    for (const std::filesystem::path& candidate : candidates) {
+        std::error_code ec;
+        if (std::filesystem::is_regular_file(candidate, ec)) {
+            return candidate.lexically_normal().string();
+        }
+    }
+    throw CommandError("cannot find the Quorblen module (Quorblen.so) beside the program or in " +
+                       (programDirectory() / ".." / QUORBLEN_MODULE_INSTALL_DIR).lexically_normal().string());
+}
+
+}  // namespace quorblen::app

@@ -1,0 +1,9 @@
+// quorblen inpaint (placeholder until the command lands; its helper replaces this file).
+#include "apps/CommandLine.h"
+#include "apps/Commands.h"
+
+namespace quorblen::app {
+
+int runInpaint(const std::vector<std::string>&) { throw CommandError("not available yet"); }
+
+}  // namespace quorblen::app

@@ -1,0 +1,40 @@
+// What the commands need around a render: Ctrl-C handling and a progress display.
+#pragma once
+
+#include <atomic>
+#include <memory>
+
+#include "host/Render.h"
+
+namespace quorblen::app {
+
+/// While alive, Ctrl-C (SIGINT) and SIGTERM set `flag()` instead of killing the program, so
+/// a render in flight is cancelled cleanly and nothing half-written is left behind.
+class InterruptGuard {
+public:
+    InterruptGuard();
+    ~InterruptGuard();
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+    static const std::atomic<bool>& flag();
+};
+
+/// A progress bar on standard error, shown only when standard error is a terminal and the
+/// render is still running after half a second.
+class TerminalProgress : public host::ProgressSink {
+public:
+    TerminalProgress();
+    ~TerminalProgress() override;
+    void update(double fraction) override;
+
+private:
+    struct Display;
+    std::unique_ptr<Display> m_display;
+};
+
+/// Render options for a command: `threads` threads, the interrupt flag of InterruptGuard and,
+/// when given, a progress sink.
+host::RenderOptions renderOptions(int threads, host::ProgressSink* progress);
+
+}  // namespace quorblen::app
