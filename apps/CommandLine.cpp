@@ -132,8 +132,9 @@ std::string moduleFile() {
             return candidate.lexically_normal().string();
         }
     }
-    throw CommandError("cannot find the Quorblen module (Quorblen.so) beside the program or in " +
-                       (programDirectory() / ".." / QUORBLEN_MODULE_INSTALL_DIR).lexically_normal().string());
+    throw CommandError(
+        "cannot find the Quorblen module (Quorblen.so) beside the program or in " +
+        (programDirectory() / ".." / QUORBLEN_MODULE_INSTALL_DIR).lexically_normal().string());
 }
 
 }  // namespace quorblen::app

@@ -4,6 +4,8 @@
 
 namespace quorblen::app {
 
-int runInpaint(const std::vector<std::string>&) { throw CommandError("not available yet"); }
+int runInpaint(const std::vector<std::string>&) {
+    throw CommandError("not available yet");
+}
 
 }  // namespace quorblen::app

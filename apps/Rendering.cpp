@@ -15,7 +15,9 @@ namespace {
 std::atomic<bool> interrupted{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set from a signal handler");
 
-extern "C" void onInterrupt(int) { interrupted.store(true); }
+extern "C" void onInterrupt(int) {
+    interrupted.store(true);
+}
 
 }  // namespace
 
@@ -30,7 +32,9 @@ InterruptGuard::~InterruptGuard() {
     std::signal(SIGTERM, SIG_DFL);
 }
 
-const std::atomic<bool>& InterruptGuard::flag() { return interrupted; }
+const std::atomic<bool>& InterruptGuard::flag() {
+    return interrupted;
+}
 
 struct TerminalProgress::Display {
     static constexpr unsigned long steps = 100;

@@ -40,7 +40,9 @@ std::string firstError(const host::Op& op, const std::string& fallback) {
     return op.messageHandler().getFirstError().value_or(fallback);
 }
 
-int defaultThreads() { return std::max(1u, std::thread::hardware_concurrency()); }
+int defaultThreads() {
+    return std::max(1u, std::thread::hardware_concurrency());
+}
 
 }  // namespace
 
@@ -97,8 +99,8 @@ int runUpscale(const std::vector<std::string>& args) {
     const host::Format& in = reader->format();
     if (std::int64_t(2 * in.width) * (2 * in.height) * reader->channels().size() >
         std::numeric_limits<std::int32_t>::max()) {
-        throw CommandError(input + " is too large to upscale (" + std::to_string(in.width) +
-                           " x " + std::to_string(in.height) + ")");
+        throw CommandError(input + " is too large to upscale (" + std::to_string(in.width) + " x " +
+                           std::to_string(in.height) + ")");
     }
 
     upscale->set_input(0, reader, 0, 0);

@@ -26,7 +26,8 @@ struct Format : Box {
     double pixel_aspect = 1.0;
 
     Format() : Box{0, 0, 1, 1} {}
-    Format(int w, int h, double aspect = 1.0) : Box{0, 0, w, h}, width(w), height(h), pixel_aspect(aspect) {}
+    Format(int w, int h, double aspect = 1.0)
+        : Box{0, 0, w, h}, width(w), height(h), pixel_aspect(aspect) {}
 };
 
 }  // namespace host

@@ -22,7 +22,7 @@ enum Channel : int {
 /// A set of host channels as a bit mask: bit z-1 stands for channel z.
 /// Iteration visits the channels in increasing channel number.
 class ChannelSet {
-public:
+  public:
     constexpr ChannelSet() = default;
     constexpr explicit ChannelSet(std::uint32_t mask) : m_mask(mask & 0x7FFFFFFFu) {}
     constexpr ChannelSet(Channel z) : m_mask(bit(z)) {}
@@ -31,17 +31,29 @@ public:
     constexpr bool empty() const { return m_mask == 0; }
     constexpr bool contains(Channel z) const { return (m_mask & bit(z)) != 0; }
     constexpr int size() const { return std::popcount(m_mask); }
-    constexpr Channel first() const { return empty() ? Chan_Black : Channel(std::countr_zero(m_mask) + 1); }
+    constexpr Channel first() const {
+        return empty() ? Chan_Black : Channel(std::countr_zero(m_mask) + 1);
+    }
 
-    constexpr ChannelSet& operator+=(Channel z) { m_mask |= bit(z); return *this; }
-    constexpr ChannelSet& operator+=(ChannelSet s) { m_mask |= s.m_mask; return *this; }
-    constexpr ChannelSet& operator-=(Channel z) { m_mask &= ~bit(z); return *this; }
+    constexpr ChannelSet& operator+=(Channel z) {
+        m_mask |= bit(z);
+        return *this;
+    }
+    constexpr ChannelSet& operator+=(ChannelSet s) {
+        m_mask |= s.m_mask;
+        return *this;
+    }
+    constexpr ChannelSet& operator-=(Channel z) {
+        m_mask &= ~bit(z);
+        return *this;
+    }
+    constexpr ChannelSet operator+(Channel z) const { return ChannelSet(m_mask | bit(z)); }
     constexpr ChannelSet operator&(ChannelSet s) const { return ChannelSet(m_mask & s.m_mask); }
     constexpr ChannelSet operator-(ChannelSet s) const { return ChannelSet(m_mask & ~s.m_mask); }
     constexpr bool operator==(const ChannelSet&) const = default;
 
     class iterator {
-    public:
+      public:
         using iterator_category = std::forward_iterator_tag;
         using value_type = Channel;
         using difference_type = std::ptrdiff_t;
@@ -51,18 +63,25 @@ public:
         constexpr iterator() = default;
         constexpr explicit iterator(std::uint32_t rest) : m_rest(rest) {}
         constexpr Channel operator*() const { return Channel(std::countr_zero(m_rest) + 1); }
-        constexpr iterator& operator++() { m_rest &= m_rest - 1; return *this; }
-        constexpr iterator operator++(int) { iterator old = *this; ++*this; return old; }
+        constexpr iterator& operator++() {
+            m_rest &= m_rest - 1;
+            return *this;
+        }
+        constexpr iterator operator++(int) {
+            iterator old = *this;
+            ++*this;
+            return old;
+        }
         constexpr bool operator==(const iterator&) const = default;
 
-    private:
+      private:
         std::uint32_t m_rest = 0;
     };
 
     constexpr iterator begin() const { return iterator(m_mask); }
     constexpr iterator end() const { return iterator(0); }
 
-private:
+  private:
     static constexpr std::uint32_t bit(Channel z) {
         return (z >= 1 && z <= Chan_Last) ? (1u << (z - 1)) : 0u;
     }

@@ -15,9 +15,13 @@ const Format& defaultFormat() {
 
 IopInfo::IopInfo() : m_format(&defaultFormat()), m_full_size_format(&defaultFormat()) {}
 
-Iop* Iop::input(int n) const { return dynamic_cast<Iop*>(Op::input(n)); }
+Iop* Iop::input(int n) const {
+    return dynamic_cast<Iop*>(Op::input(n));
+}
 
-Iop& Iop::input0() const { return *input(0); }
+Iop& Iop::input0() const {
+    return *input(0);
+}
 
 void Iop::copy_info() {
     Iop* in = input(0);

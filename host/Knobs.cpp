@@ -78,9 +78,15 @@ std::string Knob::text() const {
     return out.str();
 }
 
-void Int_knob(Knob_Closure& f, int* field, const char* name) { f.knobs.emplace_back(name, field); }
-void Float_knob(Knob_Closure& f, double* field, const char* name) { f.knobs.emplace_back(name, field); }
-void Float_knob(Knob_Closure& f, float* field, const char* name) { f.knobs.emplace_back(name, field); }
+void Int_knob(Knob_Closure& f, int* field, const char* name) {
+    f.knobs.emplace_back(name, field);
+}
+void Float_knob(Knob_Closure& f, double* field, const char* name) {
+    f.knobs.emplace_back(name, field);
+}
+void Float_knob(Knob_Closure& f, float* field, const char* name) {
+    f.knobs.emplace_back(name, field);
+}
 void String_knob(Knob_Closure& f, std::string* field, const char* name) {
     f.knobs.emplace_back(name, field);
 }

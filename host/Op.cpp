@@ -103,7 +103,9 @@ std::vector<const Op::Description*> Op::Description::all() {
     return {reg.entries.begin(), reg.entries.end()};
 }
 
-long Op::Description::constructed() { return registry().constructed.load(); }
+long Op::Description::constructed() {
+    return registry().constructed.load();
+}
 
 // --- operator --------------------------------------------------------------------------------
 
@@ -175,7 +177,9 @@ void Op::invalidate() {
 
 void Op::_validate(bool /*for_real*/) {}
 
-void Op::abort() { m_tree->aborted.store(true, std::memory_order_release); }
+void Op::abort() {
+    m_tree->aborted.store(true, std::memory_order_release);
+}
 
 void Op::cancel() {
     m_tree->cancelled.store(true, std::memory_order_release);

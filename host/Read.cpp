@@ -10,7 +10,9 @@
 namespace host {
 namespace {
 
-Op* buildRead(Node* node) { return new Read(node); }
+Op* buildRead(Node* node) {
+    return new Read(node);
+}
 const Op::Description readDescription("Read", buildRead, "host built-in");
 
 }  // namespace
@@ -66,7 +68,8 @@ void Read::_validate(bool /*for_real*/) {
         m_file_channels = spec.nchannels;
         m_file_datatype = spec.format.c_str();
         m_file_format = input->format_name();
-        m_format = Format(spec.width, spec.height, spec.get_float_attribute("PixelAspectRatio", 1.0f));
+        m_format =
+            Format(spec.width, spec.height, spec.get_float_attribute("PixelAspectRatio", 1.0f));
         m_plane_of_channel.assign(Chan_Last + 1, -1);
         ChannelSet channels;
         for (int plane = 0; plane < spec.nchannels; ++plane) {
@@ -93,7 +96,8 @@ void Read::engine(int y, int x, int r, const ChannelSet& channels, Row& row) {
         row.erase(channels);
         return;
     }
-    const float* line = m_pixels.data() + std::size_t(y) * std::size_t(m_format.width) * m_file_channels;
+    const float* line =
+        m_pixels.data() + std::size_t(y) * std::size_t(m_format.width) * m_file_channels;
     for (Channel z : channels) {
         float* out = row.writable(z);
         const int plane = m_plane_of_channel[std::size_t(z)];

@@ -15,7 +15,7 @@ namespace {
 /// delivered, and shows both as one fraction: when an operator reports, its work counts for
 /// most of the render, the rows for the rest.
 class RenderProgress : public ProgressSink {
-public:
+  public:
     void update(double fraction) override {
         double seen = m_work.load();
         while (fraction > seen && !m_work.compare_exchange_weak(seen, fraction)) {
@@ -26,7 +26,7 @@ public:
         return m_reported.load() ? 0.9 * m_work.load() + 0.1 * rows : rows;
     }
 
-private:
+  private:
     std::atomic<double> m_work{0.0};
     std::atomic<bool> m_reported{false};
 };
@@ -99,8 +99,7 @@ bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
     }
     {
         std::unique_lock lock(mutex);
-        while (running > 0) {
-            finished.wait_for(lock, std::chrono::milliseconds(50));
+        for (;;) {
             if (options.interrupt != nullptr && options.interrupt->load()) {
                 op.cancel();
             }
@@ -108,6 +107,10 @@ bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
                 const double rows = height > 0 ? double(rowsDone.load()) / height : 1.0;
                 options.progress->update(progress.combined(rows));
             }
+            if (running == 0) {
+                break;
+            }
+            finished.wait_for(lock, std::chrono::milliseconds(50), [&] { return running == 0; });
         }
     }
     for (std::thread& thread : threads) {

@@ -24,7 +24,6 @@ using RowSink = std::function<void(int y, Row& row)>;
 /// Every finished row goes to `sink`. An interrupt cancels the tree (the user's stop); an
 /// operator's error aborts it. Returns true when every row was delivered, false when the
 /// tree was aborted (see `op.cancelled()` and `op.messageHandler()`).
-bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
-            const RowSink& sink);
+bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options, const RowSink& sink);
 
 }  // namespace host

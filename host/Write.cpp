@@ -15,7 +15,9 @@
 namespace host {
 namespace {
 
-Op* buildWrite(Node* node) { return new Write(node); }
+Op* buildWrite(Node* node) {
+    return new Write(node);
+}
 const Op::Description writeDescription("Write", buildWrite, "host built-in");
 
 /// The channels to write in file order: colour and other channels in host order, alpha
@@ -58,8 +60,9 @@ void Write::knobs(Knob_Closure& f) {
     String_knob(f, &m_file_type, "file_type");
     Tooltip(f, "The file type, set from the file name's extension.");
     String_knob(f, &m_datatype, "datatype");
-    Tooltip(f, "The sample type: uint8, uint16, half or float; empty for float where the file "
-               "type has it.");
+    Tooltip(f,
+            "The sample type: uint8, uint16, half or float; empty for float where the file "
+            "type has it.");
     Float_knob(f, &m_jpeg_quality, "_jpeg_quality");
     Tooltip(f, "JPEG quality from 0 to 1.");
 }

@@ -18,7 +18,7 @@ namespace host {
 /// "uint16", "half", "float", or empty for float where the file type has it),
 /// "_jpeg_quality" (float, 0 .. 1, for JPEG files).
 class Write : public Iop {
-public:
+  public:
     explicit Write(Node* node);
     ~Write() override;
 
@@ -55,10 +55,10 @@ public:
 
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
-protected:
+  protected:
     void _validate(bool for_real) override;
 
-private:
+  private:
     std::string m_file;
     std::string m_file_type;
     std::string m_datatype;

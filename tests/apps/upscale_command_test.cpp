@@ -1,0 +1,179 @@
+// quorblen upscale end to end: real photos in, files out, through the loaded module.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <random>
+#include <thread>
+
+#include "support/TestImages.h"
+
+namespace {
+
+using namespace quorblen;
+using namespace quorblen::test;
+
+/// The photo the program ships with, as floats.
+ImageBuffer samplePhoto() {
+    return readFileImage(sourcePath("data/coffee.png")).pixels;
+}
+
+/// A `size` x `size` crop of `image` at (x0, y0).
+ImageBuffer crop(const ImageBuffer& image, int x0, int y0, int size) {
+    return makeImage(size, size, image.channels,
+                     [&](int x, int y, int c) { return at(image, x0 + x, y0 + y, c); });
+}
+
+/// Mean squared difference of horizontally and vertically adjacent samples over the box
+/// (x0, y0) .. (x0 + size, y0 + size) of `image`: how rough the region is.
+double roughness(const ImageBuffer& image, int x0, int y0, int size) {
+    double sum = 0.0;
+    long count = 0;
+    for (int y = y0; y < y0 + size - 1; ++y) {
+        for (int x = x0; x < x0 + size - 1; ++x) {
+            for (int c = 0; c < image.channels; ++c) {
+                const double dx = at(image, x + 1, y, c) - at(image, x, y, c);
+                const double dy = at(image, x, y + 1, c) - at(image, x, y, c);
+                sum += dx * dx + dy * dy;
+                count += 2;
+            }
+        }
+    }
+    return sum / double(count);
+}
+
+TEST(UpscaleCommand, WithoutArgumentsUpscalesTheBundledPhotoAndSaysWhere) {
+    ScratchDir dir;
+    const ProgramRun run = runQuorblen({}, dir.path());
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("coffee-2x.png"), std::string::npos) << run.out;
+    const FileImage out = readFileImage(dir.path() / "coffee-2x.png");
+    EXPECT_EQ(out.pixels.width, 1200);
+    EXPECT_EQ(out.pixels.height, 800);
+    EXPECT_EQ(out.datatype, "uint8");
+}
+
+// The main promise on a real, noisy photo: twice the size, every 2x2 block mean equal to
+// its input pixel, and flat areas smoother than the nearest-neighbour start.
+TEST(UpscaleCommand, KeepsBlockMeansAndSmoothsNoiseOnANoisyPhoto) {
+    ScratchDir dir;
+    ImageBuffer noisy = crop(samplePhoto(), 200, 100, 96);
+    std::mt19937 random(7);
+    std::normal_distribution<float> noise(0.0f, 0.03f);
+    for (int i = 0; i < noisy.width * noisy.height * noisy.channels; ++i) {
+        noisy.data[i] += noise(random);
+    }
+    const ImageBuffer alpha = makeImage(
+        96, 96, 4, [&](int x, int y, int c) { return c < 3 ? at(noisy, x, y, c) : 1.0f; });
+    writeFileImage(dir.path() / "noisy.exr", alpha, {"R", "G", "B", "A"}, "float");
+
+    const ProgramRun run =
+        runQuorblen({"upscale", "noisy.exr", "big.exr", "--threads", "3"}, dir.path());
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const FileImage out = readFileImage(dir.path() / "big.exr");
+    ASSERT_EQ(out.pixels.width, 192);
+    ASSERT_EQ(out.pixels.height, 192);
+    EXPECT_EQ(out.datatype, "float");
+    EXPECT_EQ(out.channelNames, (std::vector<std::string>{"R", "G", "B", "A"}));
+
+    double worst = 0.0;
+    for (int y = 0; y < 96; ++y) {
+        for (int x = 0; x < 96; ++x) {
+            for (int c = 0; c < 4; ++c) {
+                const double mean =
+                    (double(at(out.pixels, 2 * x, 2 * y, c)) + at(out.pixels, 2 * x + 1, 2 * y, c) +
+                     at(out.pixels, 2 * x, 2 * y + 1, c) +
+                     at(out.pixels, 2 * x + 1, 2 * y + 1, c)) /
+                    4.0;
+                worst = std::max(worst, std::abs(mean - at(alpha, x, y, c)));
+            }
+        }
+    }
+    // Float rounding of a handful of single-precision operations on values near 1.
+    EXPECT_LT(worst, 1e-5);
+
+    const ImageBuffer nearest =
+        makeImage(192, 192, 4, [&](int x, int y, int c) { return at(alpha, x / 2, y / 2, c); });
+    const double before = roughness(nearest, 0, 0, 192);
+    const double after = roughness(out.pixels, 0, 0, 192);
+    EXPECT_LT(after, 0.8 * before) << "before " << before << ", after " << after;
+}
+
+TEST(UpscaleCommand, KeepsGreyAndSixteenBitInputsAsTheyAre) {
+    ScratchDir dir;
+    const ImageBuffer photo = crop(samplePhoto(), 0, 0, 40);
+    const ImageBuffer grey =
+        makeImage(40, 40, 1, [&](int x, int y, int) { return at(photo, x, y, 1); });
+    writeFileImage(dir.path() / "grey16.png", grey, {"Y"}, "uint16");
+    const ProgramRun run = runQuorblen({"upscale", "grey16.png", "out.png"}, dir.path());
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const FileImage out = readFileImage(dir.path() / "out.png");
+    EXPECT_EQ(out.pixels.width, 80);
+    EXPECT_EQ(out.pixels.channels, 1);
+    EXPECT_EQ(out.datatype, "uint16");
+}
+
+TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
+    ScratchDir dir;
+    writeFileImage(dir.path() / "in.png", crop(samplePhoto(), 0, 0, 8), {"R", "G", "B"}, "uint8");
+    struct Case {
+        std::vector<std::string> args;
+        int exitCode;
+        const char* message;
+    };
+    const Case cases[] = {
+        {{"upscale", "missing.png", "out.png"}, 1, "missing.png"},
+        {{"upscale", "in.png", "no/folder/out.png"}, 1, "does not exist"},
+        {{"upscale", "in.png", "out.nosuchformat"}, 1, "no image format"},
+        {{"upscale", "in.png", "out.png", "--lambda", "soft"}, 2, "--lambda must be a number"},
+        {{"upscale", "in.png", "out.png", "--a", "0"}, 2, "--a must be above 0"},
+        {{"upscale", "in.png", "out.png", "--iterations", "0"}, 2, "--iterations"},
+        {{"upscale", "in.png"}, 2, "INPUT and an OUTPUT"},
+        {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
+        {{"enlarge"}, 2, "unknown command"},
+    };
+    for (const Case& c : cases) {
+        const ProgramRun run = runQuorblen(c.args, dir.path());
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.args.back() << ": " << run.err;
+        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "out.png"));
+    EXPECT_EQ(runQuorblen({"--version"}, dir.path()).exitCode, 0);
+    const ProgramRun help = runQuorblen({"upscale", "--help"}, dir.path());
+    EXPECT_EQ(help.exitCode, 0);
+    EXPECT_NE(help.out.find("Iterations = 5"), std::string::npos) << help.out;
+}
+
+// Ctrl-C in the middle of a long render: the program stops with 130 and leaves no file,
+// neither the output nor its temporary.
+TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
+    ScratchDir dir;
+    writeFileImage(dir.path() / "in.png", crop(samplePhoto(), 0, 0, 256), {"R", "G", "B"}, "uint8");
+    const std::string program = (binaryDir() / "quorblen").string();
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (chdir(dir.path().c_str()) == 0) {
+            execl(program.c_str(), "quorblen", "upscale", "in.png", "out.png", "--iterations",
+                  "100000", static_cast<char*>(nullptr));
+        }
+        _exit(127);
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    kill(child, SIGINT);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
+        left.push_back(entry.path().filename().string());
+    }
+    EXPECT_EQ(left, std::vector<std::string>{"in.png"});
+}
+
+}  // namespace
