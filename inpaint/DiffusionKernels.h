@@ -6,22 +6,90 @@
 
 namespace quorblen {
 
+/// Looks for the pixel nearest to (x, y) whose sample c approxEquals `value`. Four scans
+/// leave (x, y) left, right, up and down, each stopping at its first match, after `radius`
+/// examined pixels or at the image edge; once anything matched, each later scan is limited to
+/// the distance of the nearest match so far. The box of the four scan ends is then searched
+/// row by row for the match at the smallest squared distance, ties kept in row-major order.
+/// `radius` <= 0 means width + height. (x, y) may lie outside the image (nothing is found
+/// along a row or column that misses it); 0 <= c < channels.
+/// Returns 1 when any pixel matched, else 0. outX and outY are written only for a match at
+/// a squared distance below width + height, and are left as they were otherwise.
 int nearestPixelWithValue(const ImageBuffer& image, int c, int x, int y, int& outX, int& outY,
                           int radius, float value);
+
+/// One Jacobi sweep of the digital TV filter on channel c: each pixel of pix_list becomes the
+/// mean of its four neighbours weighted by 1 / sqrt(g_k^2 + epsilon^2) (g_k the edge gradient
+/// magnitudes), plus its own value weighted by lambda * (1 - alpha), alpha being sample
+/// `alphaChannel` of `current`. Reads `current`, writes channel c of `next` at listed pixels
+/// only; `mask` is not read. epsilon must be > 0.
+/// Preconditions: `current` and `next` share width, height and channel count; every listed
+/// pixel is interior (1 <= x <= width-2, 1 <= y <= height-2).
+/// Returns the largest |old - new| (before rounding to float); 0.0 and no write for an empty
+/// list.
 double tvInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next, int c,
                      int alphaChannel, const PixelList& pix_list, double lambda, double epsilon);
+
+/// One explicit step of Euler's-elastica inpainting with phi(kappa) = 1 + 30 kappa^2 on
+/// channel c. Gradient magnitude G, curvature K and their product are first computed at the
+/// band_list pixels (zero elsewhere); each pix_list pixel then moves by timeStep times the
+/// divergence of the elastica flux, scaled by G + epsilon. Reads `current`, writes channel c
+/// of `next` at pix_list pixels only; `mask`, `alphaChannel` and `lambda` are not read.
+/// epsilon must be > 0.
+/// Preconditions: `current` and `next` share width, height and channel count; every pixel of
+/// both lists is interior (1 <= x <= width-2, 1 <= y <= height-2). That margin suffices: the
+/// transverse points of a listed pixel's neighbours are its own diagonal neighbours, so
+/// nothing beyond its 3x3 block is read.
+/// Returns the largest |old - new| (before rounding to float); 0.0 for an empty pix_list.
 double elasticaInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
                            int c, int alphaChannel, const PixelList& pix_list,
                            const BandList& band_list, double lambda, double epsilon,
                            double timeStep);
+
+/// One explicit step of the TV flow u_t = div(grad u / |grad u|) on channel c: the unit
+/// normal field (forward differences, regularised by epsilon unsquared) is computed at the
+/// band_list pixels (zero elsewhere), and each pix_list pixel moves by timeStep times its
+/// backward-difference divergence. Reads `current`, writes channel c of `next` at pix_list
+/// pixels only; `mask`, `alphaChannel` and `lambda` are not read. epsilon must be > 0.
+/// Preconditions: `current` and `next` share width, height and channel count; band_list
+/// pixels have 0 <= x <= width-2, 0 <= y <= height-2 and pix_list pixels 1 <= x <= width-1,
+/// 1 <= y <= height-1 (interior pixels satisfy both).
+/// Returns the largest |old - new| (before rounding to float); 0.0 for an empty pix_list.
 double tvFlowInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
                          int c, int alphaChannel, const PixelList& pix_list,
                          const BandList& band_list, double lambda, double epsilon, double timeStep);
+
+/// One Jacobi sweep of the digital TV denoising filter on channel c over the whole image.
+/// Sample 0 of every pixel of `gradient` receives localGradientMagnitude of `current`; then
+/// each interior pixel of `next` becomes the mean of its four neighbours in `current`, edge
+/// weights 1/|grad u| at both ends, plus `observed` weighted by lambda. Border pixels of
+/// `next` are not written. epsilon must be > 0.
+/// Preconditions: all four images share width and height; `observed`, `current` and `next`
+/// share their channel count and have channel c.
+/// Returns the largest |old - new| (before rounding to float); 0.0 when width or height is
+/// below 3.
 double tvDenoiseStep(const ImageBuffer& observed, const ImageBuffer& current, ImageBuffer& next,
                      ImageBuffer& gradient, int c, double lambda, double epsilon);
+
+/// One explicit step of anisotropic diffusion with conductance exp(-(|d| / K)^2) on channel c:
+/// every interior pixel of `next` receives u + timeStep * sum of conductance-weighted
+/// differences to its four neighbours in `current`. K <= 0 means 0.01. Border pixels are not
+/// written, nor anything when width or height is below 3.
+/// Precondition: `current` and `next` share width, height and channel count.
+/// Returns 0.0 always.
 double peronaMalikStep(const ImageBuffer& current, ImageBuffer& next, int c, double timeStep,
                        double K);
+
+/// sqrt of the sum of the squared differences of channel c from (x, y) to its four
+/// neighbours, plus epsilon^2, all in double; a neighbour beyond the edge is clamped onto it.
+/// Precondition: (x, y) lies inside the image.
 double localGradientMagnitude(const ImageBuffer& image, int x, int y, int c, double epsilon);
+
+/// Total variation of the colour (channels 0-2) around (x, y): for the pixel and its four
+/// neighbours, the root of the sum of the four squared one-sided differences of each channel
+/// times sqrt(1/2), summed.
+/// Precondition: at least 3 channels and (x, y) lies at least two pixels inside every edge
+/// (2 <= x <= width-3, 2 <= y <= height-3).
 double localTotalVariation(const ImageBuffer& image, int x, int y);
 
 }  // namespace quorblen

@@ -5,16 +5,28 @@
 
 namespace quorblen {
 
-/// One lagged-diffusivity TV iteration on plane `channel` of `estimate` against `reference`:
-/// gradient magnitudes into `work` plane 0 (double precision), a Jacobi smoothing of the
-/// interior into `work` plane 1 (single precision, border pixels keep their value), then a
-/// projection that makes the mean of every 2x2 block of `estimate` equal its `reference` pixel.
+/// One lagged-diffusivity TV iteration on plane `channel` of `estimate` (W x H) against
+/// `reference`, a Jacobi update: every value it reads is the estimate's as the step began.
+///  1. Gradient magnitudes of the estimate, edge-replicated at the image border, computed in
+///     double precision and stored as float into `work` plane 0 (every pixel).
+///  2. For interior pixels (1 <= x <= W-2, 1 <= y <= H-2), a smoothed value in single
+///     precision balancing the four neighbours, weighted by the approximate reciprocal
+///     (SSE rcpps) of their magnitudes, against fidelity to the block's reference pixel;
+///     the border frame (rows 0 and H-1, columns 0 and W-1) takes its current estimate
+///     value. All of it goes into `work` plane 1.
+///  3. Each of the (W/2) x (H/2) 2x2 blocks of `work` plane 1 is shifted so that its mean
+///     equals reference pixel (X, Y), and written into `estimate`. With an odd W or H the
+///     last column or row lies in no block and keeps its value.
 ///
-/// `lambda` weighs fidelity (larger moves less); `epsilon` (> 0) keeps magnitudes off zero.
-/// Preconditions: `work` has the estimate's width and height and at least 2 planes;
-/// `channel` is a plane of both images; `reference` is at least (W/2) x (H/2) for an estimate
-/// of W x H (exactly half for an upscale). The block grid is taken from the estimate.
-/// Returns the largest absolute change the step made to `estimate`.
+/// `lambda` (>= 0) weighs fidelity: a larger value moves the estimate less per step.
+/// `epsilon` (> 0) keeps magnitudes off zero; with 0, a pixel equal to its four neighbours
+/// yields NaN.
+/// Preconditions (asserted): `work` has the estimate's width and height and at least 2
+/// planes; `channel` is a plane of both `reference` and `estimate`; `reference` is at least
+/// (W/2) x (H/2) (exactly that for a 2x upscale; a reference of the estimate's own size is
+/// read only in its top-left quarter). The three buffers are distinct.
+/// Returns the largest absolute change made to `estimate`, in double precision; NaN
+/// differences are left out, and an empty estimate gives 0.0.
 double tvUpscaleStep(const ImageBuffer& reference, ImageBuffer& estimate, ImageBuffer& work,
                      int channel, float lambda, float epsilon);
 

@@ -1,0 +1,85 @@
+// Inline helpers the inpainting kernels share; not part of the library's interface.
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "image/ImageBuffer.h"
+#include "tv/Offsets.h"
+
+namespace quorblen::detail {
+
+/// Index of sample c of pixel (x, y) in image.data.
+inline std::ptrdiff_t sampleIndex(const ImageBuffer& image, std::ptrdiff_t x, std::ptrdiff_t y,
+                                  int c) {
+    return y * image.stride + x * image.channels + c;
+}
+
+/// Whether two images share width, height and channel count.
+inline bool sameLayout(const ImageBuffer& a, const ImageBuffer& b) {
+    return a.width == b.width && a.height == b.height && a.channels == b.channels;
+}
+
+/// Whether (x, y) keeps at least `margin` pixels from every edge of the image.
+inline bool keepsMargin(const ImageBuffer& image, long long x, long long y, int margin) {
+    return x >= margin && y >= margin && x < image.width - margin && y < image.height - margin;
+}
+
+/// One channel plane of an image seen from one pixel: u(dx, dy) is the sample at that
+/// offset, read without bounds checks.
+struct PlaneAt {
+    const float* p;
+    std::ptrdiff_t xstep;
+    std::ptrdiff_t ystep;
+
+    PlaneAt(const ImageBuffer& image, std::ptrdiff_t x, std::ptrdiff_t y, int c)
+        : p(image.data + sampleIndex(image, x, y, c)), xstep(image.channels), ystep(image.stride) {}
+
+    float operator()(Offset o) const { return p[o.dx * xstep + o.dy * ystep]; }
+    float operator()(int dx, int dy) const { return p[dx * xstep + dy * ystep]; }
+};
+
+/// The difference to neighbour k and the gradient magnitude at the midpoint of that edge.
+struct EdgeTerms {
+    float d;
+    float g;
+};
+
+/// d = u(p + n_k) - u(p) and the transverse sum are single precision; the magnitude
+/// sqrt(d*d + (t/4)^2) is taken in double (d*d still a float product) and stored as float.
+inline EdgeTerms edgeTerms(const PlaneAt& u, int k) {
+    const float d = u(NeighbourOffsets[k]) - u(0, 0);
+    const auto& t = TransverseOffsets[k];
+    const float across = ((u(t[0]) + u(t[1])) - u(t[2])) - u(t[3]);
+    const double quarter = 0.25 * static_cast<double>(across);
+    return {d, static_cast<float>(std::sqrt(static_cast<double>(d * d) + quarter * quarter))};
+}
+
+/// Curvature of the level lines at the pixel: the four edge differences over their
+/// regularised edge magnitudes, summed in double from 0.0 in the order k = 0..3.
+/// `eps2` is the regulariser already squared.
+inline double curvatureAt(const PlaneAt& u, double eps2) {
+    double sum = 0.0;
+    for (int k = 0; k < 4; ++k) {
+        const EdgeTerms e = edgeTerms(u, k);
+        const double g = e.g;
+        sum += static_cast<double>(e.d) / std::sqrt(g * g + eps2);
+    }
+    return sum;
+}
+
+/// The square of epsilon taken in single precision, then widened.
+inline double squaredInFloat(double epsilon) {
+    const float e = static_cast<float>(epsilon);
+    return static_cast<double>(e * e);
+}
+
+/// Stores `unew` rounded to float into `out` and returns the running maximum of |u - unew|,
+/// taken before rounding; a NaN difference never replaces the maximum.
+inline double storeAndTrack(float& out, float u, double unew, double maxChange) {
+    out = static_cast<float>(unew);
+    return std::max(maxChange, std::fabs(static_cast<double>(u) - unew));
+}
+
+}  // namespace quorblen::detail
