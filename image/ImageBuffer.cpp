@@ -13,13 +13,18 @@ namespace host {
 namespace {
 
 /// The sample count of a width x height x channels buffer: 0 when a dimension is negative,
-/// -1 when the count does not fit in a signed 32-bit int.
+/// -1 when the count or the row stride (width x channels) does not fit in a signed 32-bit int.
 std::int64_t sampleCount(int w, int h, int c) {
+    constexpr std::int64_t largest = std::numeric_limits<std::int32_t>::max();
+    const std::int64_t stride = std::int64_t(w) * std::int64_t(c);
+    if (stride > largest || stride < -largest) {
+        return -1;
+    }
     if (w < 0 || h < 0 || c < 0) {
         return 0;
     }
-    const std::int64_t n = std::int64_t(w) * std::int64_t(h) * std::int64_t(c);
-    return n > std::numeric_limits<std::int32_t>::max() ? -1 : n;
+    const std::int64_t n = stride * std::int64_t(h);
+    return n > largest ? -1 : n;
 }
 
 }  // namespace
@@ -29,17 +34,12 @@ ImageBuffer<T>::ImageBuffer() : NoIop(nullptr), lut(LUT::getLut(0)) {}
 
 template <class T>
 ImageBuffer<T>::ImageBuffer(int w, int h, int c)
-    : NoIop(nullptr),
-      width(w),
-      height(h),
-      channels(c),
-      bbox{0, 0, w, h},
-      stride(w * c),
-      lut(LUT::getLut(0)) {
+    : NoIop(nullptr), width(w), height(h), channels(c), bbox{0, 0, w, h}, lut(LUT::getLut(0)) {
     const std::int64_t n = sampleCount(w, h, c);
     if (n < 0) {
         throw std::bad_alloc();
     }
+    stride = w * c;  // fits: checked with the count
     if (n > 0) {
         data = new T[static_cast<std::size_t>(n)];
     }
@@ -115,8 +115,9 @@ void ImageBuffer<T>::_validate(bool /*for_real*/) {
     info_().format(format);
     info_().set(Box{0, 0, width, height});
     const bool declarable = data != nullptr && channels > 0;
-    info_().channels(declarable ? ChannelSet(std::uint32_t((std::uint64_t(1) << std::min(channels, 31)) - 1))
-                                : Mask_None);
+    info_().channels(
+        declarable ? ChannelSet(std::uint32_t((std::uint64_t(1) << std::min(channels, 31)) - 1))
+                   : Mask_None);
     set_out_channels(Mask_All);
 }
 

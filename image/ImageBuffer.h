@@ -15,7 +15,7 @@ namespace host {
 /// that count is 0. Fresh arrays are not cleared. `float` is the only instantiation.
 template <class T>
 class ImageBuffer : public NoIop {
-public:
+  public:
     int width = 0;
     int height = 0;
     int channels = 0;
@@ -30,7 +30,8 @@ public:
     ImageBuffer();
     /// A buffer of the given size with uncleared samples; no array when the count is not
     /// positive (the three sizes are stored all the same). Does not validate.
-    /// Throws std::bad_alloc when the sample count does not fit in a signed 32-bit int.
+    /// Throws std::bad_alloc when the sample count or the stride does not fit in a signed
+    /// 32-bit int.
     ImageBuffer(int width, int height, int channels);
     /// A deep copy, as default construction followed by assignment.
     ImageBuffer(const ImageBuffer& other);
@@ -43,8 +44,8 @@ public:
     /// change; otherwise it is released and, for a positive count, a new uncleared one is
     /// allocated. A count below 1 (or a negative dimension) makes the buffer 0 x 0 x 0.
     /// A positive count validates the buffer as an operator.
-    /// Throws std::bad_alloc, leaving the buffer 0 x 0 x 0, when the count does not fit in
-    /// a signed 32-bit int or the allocation fails.
+    /// Throws std::bad_alloc, leaving the buffer 0 x 0 x 0, when the count or the stride does
+    /// not fit in a signed 32-bit int or the allocation fails.
     void resize(int width, int height, int channels);
 
     /// Writes the buffer to `filename` through the host's writer, the file type chosen from
@@ -61,7 +62,7 @@ public:
     /// buffer does not have and for an empty buffer. The caller keeps to the output box.
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
-protected:
+  protected:
     void _validate(bool for_real) override;
     void _request(int x, int y, int r, int t, const ChannelSet& channels, int count) override;
 };

@@ -1,0 +1,36 @@
+// Raw image files: three int32 dimensions followed by the float samples, in machine byte order.
+#pragma once
+
+#include <iosfwd>
+
+#include "image/ImageBuffer.h"
+
+namespace quorblen {
+
+/// Loads the raw file `filename` into `buffer`, sized through `buffer->resize` with the
+/// file's width, height and channels (so the array is reused when the sample count is
+/// unchanged; a count below 1 empties the buffer).
+/// A file shorter than its header announces still loads: samples past its end read as 0, and
+/// a header that ends early counts its missing dimensions as 0.
+/// Returns false, with a line on stderr and the buffer untouched, when the file cannot be
+/// opened ("ImageBuffer::readRaw Couldn't open NAME") or its header's sample count does not
+/// fit in a signed 32-bit int ("ImageBuffer::readRaw Couldn't read NAME"); true otherwise.
+/// Preconditions: `filename` and `buffer` are not null.
+bool readRaw(const char* filename, ImageBuffer* buffer);
+
+/// Saves `buffer` to the raw file `filename`, created or truncated. Returns false, with
+/// "ImageBuffer::writeRaw Couldn't open NAME" on stderr, when the file cannot be opened;
+/// true otherwise (later write errors are not detected).
+/// Preconditions: `filename` and `buffer` are not null.
+bool writeRaw(const char* filename, const ImageBuffer* buffer);
+
+/// The stream form of readRaw for an open binary stream: the same reading, without opening,
+/// closing or reporting. An oversized header sets the stream's failbit and leaves the buffer
+/// untouched. Returns `in`. Precondition: `buffer` is not null.
+std::istream& readRaw(std::istream& in, ImageBuffer* buffer);
+
+/// The stream form of writeRaw for an open binary stream: the header, then every sample.
+/// Returns `out`. Precondition: `buffer` is not null.
+std::ostream& writeRaw(std::ostream& out, const ImageBuffer* buffer);
+
+}  // namespace quorblen

@@ -1,0 +1,98 @@
+// quorblen convert end to end: photos to raw files and back.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include "image/RawImageFile.h"
+#include "support/TestImages.h"
+
+namespace {
+
+using namespace quorblen;
+using namespace quorblen::test;
+
+/// Whether two buffers have the same shape and equal samples.
+bool sameImage(const ImageBuffer& a, const ImageBuffer& b) {
+    return a.width == b.width && a.height == b.height && a.channels == b.channels &&
+           std::equal(a.data, a.data + a.width * a.height * a.channels, b.data);
+}
+
+/// Runs `quorblen convert from to` in `dir`; true when it succeeded.
+bool convert(const ScratchDir& dir, const std::string& from, const std::string& to) {
+    const ProgramRun run = runQuorblen({"convert", from, to}, dir.path());
+    EXPECT_NE(run.out.find("Wrote " + to), std::string::npos) << run.out << run.err;
+    return run.exitCode == 0;
+}
+
+/// The raw file `name` of `dir`.
+ImageBuffer rawFile(const ScratchDir& dir, const std::string& name) {
+    ImageBuffer image;
+    EXPECT_TRUE(readRaw(dir.file(name).c_str(), &image));
+    return image;
+}
+
+TEST(ConvertCommand, PhotosToRawAndBackKeepEverySample) {
+    ScratchDir dir;
+    for (const char* photo : {"coffee.png", "astronaut.png"}) {
+        const std::string source = sourcePath(std::string("data/") + photo).string();
+        const ImageBuffer original = readFileImage(source).pixels;
+        ASSERT_TRUE(convert(dir, source, "photo.raw"));
+        EXPECT_TRUE(sameImage(rawFile(dir, "photo.raw"), original)) << photo;
+        // The raw file holds floats; an 8-bit PNG made of it gives the photo's values back.
+        ASSERT_TRUE(convert(dir, "photo.raw", "back.png"));
+        EXPECT_TRUE(sameImage(readFileImage(dir.file("back.png")).pixels, original)) << photo;
+    }
+}
+
+TEST(ConvertCommand, ChannelCountsSurviveEveryDirection) {
+    ScratchDir dir;
+    // Grey: one sample per pixel in the raw file, one channel in the image made of it.
+    const ImageBuffer grey =
+        makeImage(33, 21, 1, [](int x, int y, int) { return float((x * 7 + y) % 256) / 255.0f; });
+    writeFileImage(dir.path() / "grey.png", grey, {"Y"}, "uint8");
+    ASSERT_TRUE(convert(dir, "grey.png", "grey.raw"));
+    const ImageBuffer raw = rawFile(dir, "grey.raw");
+    EXPECT_TRUE(sameImage(raw, readFileImage(dir.file("grey.png")).pixels));
+    ASSERT_TRUE(convert(dir, "grey.raw", "grey-back.png"));
+    EXPECT_TRUE(sameImage(readFileImage(dir.file("grey-back.png")).pixels, raw));
+
+    // Four channels become red, green, blue and alpha; image to image keeps them and the type.
+    const ImageBuffer rgba = makeImage(40, 30, 4, [](int x, int y, int c) {
+        return c == 3 ? float(x % 2) : float(x * 3 + y * 5 + c) / 256.0f;
+    });
+    ASSERT_TRUE(writeRaw(dir.file("rgba.raw").c_str(), &rgba));
+    ASSERT_TRUE(convert(dir, "rgba.raw", "rgba.exr"));
+    ASSERT_TRUE(convert(dir, "rgba.exr", "copy.tif"));
+    for (const char* name : {"rgba.exr", "copy.tif"}) {
+        const FileImage written = readFileImage(dir.file(name));
+        EXPECT_EQ(written.channelNames, (std::vector<std::string>{"R", "G", "B", "A"}));
+        EXPECT_EQ(written.datatype, "float");
+        EXPECT_TRUE(sameImage(written.pixels, rgba)) << name;
+    }
+}
+
+TEST(ConvertCommand, RefusesBadFilesAndLeavesNothingBehind) {
+    ScratchDir dir;
+    const ImageBuffer empty;
+    ASSERT_TRUE(writeRaw(dir.file("empty.raw").c_str(), &empty));
+    const struct {
+        std::vector<std::string> args;
+        int exitCode;
+        std::string error;
+    } cases[] = {
+        {{"convert", "only.raw"}, 2, "usage: quorblen convert"},
+        {{"convert", "missing.raw", "out.png"}, 1, "cannot read missing.raw"},
+        {{"convert", "empty.raw", "out.png"}, 1, "empty.raw holds no samples"},
+        {{"convert", "empty.raw", "out.xyz"}, 1, "out.xyz"},
+    };
+    for (const auto& c : cases) {
+        const ProgramRun run = runQuorblen(c.args, dir.path());
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.error;
+        EXPECT_NE(run.err.find(c.error), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
+
+}  // namespace

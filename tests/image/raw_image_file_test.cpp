@@ -1,0 +1,140 @@
+// Raw image files: byte layout, exact round trips, array reuse and malformed files.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+
+#include "image/RawImageFile.h"
+#include "tests/support/TestImages.h"
+
+namespace quorblen {
+namespace {
+
+/// A raw header as the format stores it.
+std::string header(std::int32_t width, std::int32_t height, std::int32_t channels) {
+    const std::int32_t values[] = {width, height, channels};
+    return std::string(reinterpret_cast<const char*>(values), sizeof values);
+}
+
+void writeFile(const std::string& name, const std::string& bytes) {
+    std::ofstream(name, std::ios::binary) << bytes;
+}
+
+std::string readFile(const std::string& name) {
+    std::ifstream in(name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+/// The samples of `image` as raw bytes.
+std::string sampleBytes(const ImageBuffer& image) {
+    return std::string(reinterpret_cast<const char*>(image.data),
+                       sizeof(float) * image.width * image.height * image.channels);
+}
+
+TEST(RawImageFile, LayoutAndExactRoundTrip) {
+    test::ScratchDir dir;
+    const std::string name = dir.file("image.raw");
+    // Values a rounding or text path would not keep: signed zero, subnormal, infinity, NaN.
+    const float special[] = {-0.0f, std::numeric_limits<float>::denorm_min(),
+                             std::numeric_limits<float>::infinity(),
+                             std::numeric_limits<float>::quiet_NaN()};
+    const ImageBuffer image = test::makeImage(3, 2, 4, [&](int x, int y, int c) {
+        const int i = (y * 3 + x) * 4 + c;
+        return i < 4 ? special[i] : float(i) / 3.0f;
+    });
+    ASSERT_TRUE(writeRaw(name.c_str(), &image));
+    const std::string bytes = readFile(name);
+    EXPECT_EQ(bytes.size(), 108u);
+    EXPECT_EQ(bytes, std::string("\3\0\0\0\2\0\0\0\4\0\0\0", 12) + sampleBytes(image));
+
+    ImageBuffer back;
+    ASSERT_TRUE(readRaw(name.c_str(), &back));
+    EXPECT_EQ(header(back.width, back.height, back.channels), header(3, 2, 4));
+    EXPECT_EQ(sampleBytes(back), sampleBytes(image));
+}
+
+TEST(RawImageFile, ReadSizesThroughResize) {
+    test::ScratchDir dir;
+    const std::string name = dir.file("tall.raw");
+    const ImageBuffer tall =
+        test::makeImage(2, 6, 1, [](int x, int y, int) { return x + 9.0f * y; });
+    ASSERT_TRUE(writeRaw(name.c_str(), &tall));
+
+    // Same sample count, other shape: the array stays and the file's shape is taken.
+    ImageBuffer wide(4, 3, 1);
+    const float* array = wide.data;
+    ASSERT_TRUE(readRaw(name.c_str(), &wide));
+    EXPECT_EQ(wide.data, array);
+    EXPECT_EQ(wide.stride, 2);
+    EXPECT_EQ(wide.bbox.t, 6);
+    EXPECT_EQ(sampleBytes(wide), sampleBytes(tall));
+
+    // A header announcing no samples empties the buffer.
+    writeFile(name, header(0, 5, 3));
+    EXPECT_TRUE(readRaw(name.c_str(), &wide));
+    EXPECT_EQ(wide.data, nullptr);
+}
+
+TEST(RawImageFile, MalformedFilesNeverExposeStaleMemory) {
+    test::ScratchDir dir;
+    const std::string name = dir.file("bad.raw");
+    ImageBuffer image = test::makeImage(4, 1, 1, [](int, int, int) { return 7.0f; });
+    const float* array = image.data;
+
+    // Counts past 2^31 - 1 are refused and the buffer stays as it was; 65536 x 65536 wraps to 0
+    // in 32 bits and 2^30 cubed to 0 in 64.
+    for (const std::string& bad :
+         {header(65536, 65536, 1), header(-65536, 65536, 1), header(1 << 30, 1 << 30, 1 << 30)}) {
+        writeFile(name, bad);
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(readRaw(name.c_str(), &image));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "ImageBuffer::readRaw Couldn't read " + name + "\n");
+        std::istringstream stream(bad, std::ios::binary);
+        EXPECT_TRUE(readRaw(stream, &image).fail());
+        EXPECT_EQ(image.data, array);
+        EXPECT_EQ(image.width, 4);
+        EXPECT_EQ(image.data[3], 7.0f);
+    }
+
+    // A file that ends inside its second sample: the reused array must not show through.
+    const float first = 5.0f;
+    writeFile(name, header(2, 2, 1) + std::string(reinterpret_cast<const char*>(&first), 4) + "xy");
+    EXPECT_TRUE(readRaw(name.c_str(), &image));
+    EXPECT_EQ(image.data, array);
+    EXPECT_EQ(image.width, 2);
+    EXPECT_EQ(sampleBytes(image),
+              std::string(reinterpret_cast<const char*>(&first), 4) + std::string(12, '\0'));
+
+    // A header that ends early counts its missing dimensions as 0; a product of 0 fits
+    // however large the other dimensions are.
+    for (const std::string& empty : {header(3, 3, 1).substr(0, 10), header(1 << 30, 1 << 30, 0)}) {
+        std::istringstream stream(empty, std::ios::binary);
+        image.resize(2, 2, 1);
+        readRaw(stream, &image);
+        EXPECT_EQ(image.data, nullptr);
+    }
+}
+
+TEST(RawImageFile, OpenFailuresReportAndLeaveTheBuffer) {
+    test::ScratchDir dir;
+    const std::string missing = dir.file("missing.raw");
+    const std::string unwritable = dir.file("no/such/folder.raw");
+    ImageBuffer image = test::makeImage(2, 1, 3, [](int x, int, int c) { return x + c * 0.5f; });
+    const std::string before = sampleBytes(image);
+
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(readRaw(missing.c_str(), &image));
+    EXPECT_FALSE(writeRaw(unwritable.c_str(), &image));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ImageBuffer::readRaw Couldn't open " + missing + "\n" +
+                  "ImageBuffer::writeRaw Couldn't open " + unwritable + "\n");
+    EXPECT_EQ(sampleBytes(image), before);
+}
+
+}  // namespace
+}  // namespace quorblen

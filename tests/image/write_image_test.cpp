@@ -1,0 +1,89 @@
+// ImageBuffer::writeImage: channel sets, JPEG quality and writer failures.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image/ImageBuffer.h"
+#include "tests/support/TestImages.h"
+
+namespace quorblen {
+namespace {
+
+/// An image with detail in every channel, so that compression has something to lose.
+ImageBuffer noisyImage(int channels) {
+    return test::makeImage(64, 48, channels, [](int x, int y, int c) {
+        const unsigned h =
+            (unsigned(x) * 73856093u) ^ (unsigned(y) * 19349663u) ^ (unsigned(c) * 83492791u);
+        return float(h % 1000u) / 1000.0f;
+    });
+}
+
+/// The channel names of an image file, sorted (EXR files keep them sorted by name anyway).
+std::vector<std::string> fileChannels(const std::string& name) {
+    std::vector<std::string> names = test::readFileImage(name).channelNames;
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(WriteImage, ChannelSetFollowsTheChannelCount) {
+    test::ScratchDir dir;
+    // Three or fewer channels ask for red, green and blue; more ask for channels 1 to 7, of
+    // which the buffer serves what it has.
+    const struct {
+        const char* file;
+        int bufferChannels;
+        int requested;
+        std::vector<std::string> written;
+    } cases[] = {
+        {"grey.exr", 1, -1, {"R"}},
+        {"rgba.exr", 4, -1, {"A", "B", "G", "R"}},
+        {"rgba_as_rgb.exr", 4, 3, {"B", "G", "R"}},
+        {"eight.exr", 8, -1, {"A", "B", "G", "R", "channel5", "channel6", "channel7"}},
+    };
+    for (const auto& c : cases) {
+        const std::string name = dir.file(c.file);
+        ImageBuffer image = noisyImage(c.bufferChannels);
+        EXPECT_TRUE(image.writeImage(name.c_str(), c.requested));
+        EXPECT_EQ(fileChannels(name), c.written) << c.file;
+    }
+}
+
+TEST(WriteImage, JpegQualityReachesTheWriter) {
+    test::ScratchDir dir;
+    for (const std::string extension : {".jpg", ".JPEG"}) {
+        ImageBuffer image = noisyImage(3);
+        const std::string best = dir.file("best" + extension);
+        const std::string low = dir.file("low" + extension);
+        ASSERT_TRUE(image.writeImage(best.c_str()));
+        image.jpegQuality = 0.1f;
+        ASSERT_TRUE(image.writeImage(low.c_str()));
+        EXPECT_LT(std::filesystem::file_size(low) * 2, std::filesystem::file_size(best))
+            << extension;
+    }
+}
+
+TEST(WriteImage, FailureThrowsTheWritersMessageAndLeavesNoFile) {
+    test::ScratchDir dir;
+    ImageBuffer image = noisyImage(3);
+    const std::string prefix =
+        "Host error encountered by fillBuffer(). Operator ImageBufferIop reported: ";
+    // An unwritable folder and a name no image format is known for.
+    for (const std::string& name : {dir.file("no/such/folder/out.png"), dir.file("out.unknown")}) {
+        try {
+            image.writeImage(name.c_str());
+            ADD_FAILURE() << "no throw for " << name;
+        } catch (const std::string& message) {
+            EXPECT_EQ(message.rfind(prefix, 0), 0u) << message;
+            EXPECT_NE(message.find(name), std::string::npos) << message;
+        }
+        EXPECT_FALSE(std::filesystem::exists(name));
+    }
+    // Nothing half-written stays behind.
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+}  // namespace
+}  // namespace quorblen
