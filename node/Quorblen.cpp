@@ -11,7 +11,9 @@ namespace quorblen {
 
 const host::Op::Description Quorblen::description("Quorblen", build, "Jul 17 2011 for 6.3v1");
 
-host::Op* build(host::Node* node) { return new host::OpWrapper(new Quorblen(node)); }
+host::Op* build(host::Node* node) {
+    return new host::OpWrapper(new Quorblen(node));
+}
 
 Quorblen::Quorblen(host::Node* node) : host::Iop(node) {}
 
@@ -33,7 +35,9 @@ void Quorblen::knobs(host::Knob_Closure& f) {
                   "above zero. This prevents Divides-By-Zero in the algorithm.");
 }
 
-const char* Quorblen::Class() const { return description.name; }
+const char* Quorblen::Class() const {
+    return description.name;
+}
 
 const char* Quorblen::node_help() const {
     return "This node scales an image by a factor of two. (No, you can't change that right "
@@ -126,6 +130,8 @@ bool Quorblen::computeResult(const host::ChannelSet& channels) {
     if (!dirty.load(std::memory_order_acquire) && channels.size() <= outputBuffer.channels) {
         return !aborted();
     }
+    // The buffers are about to change: whatever happens next, the old result is gone.
+    dirty.store(true, std::memory_order_release);
     fillBuffer(*this, inputBuffer, channels);
     if (aborted()) {
         return false;
@@ -147,6 +153,7 @@ bool Quorblen::computeResult(const host::ChannelSet& channels) {
             progress_fraction((double(c) * iterations + i + 1) / (double(planes) * iterations));
         }
     }
+    cachedPlanes.store(planes, std::memory_order_release);
     dirty.store(false, std::memory_order_release);
     return !aborted();
 }
@@ -156,7 +163,8 @@ void Quorblen::engine(int y, int x, int r, const host::ChannelSet& channels, hos
         input0().get(y, x, r, channels, row);
         return;
     }
-    if (dirty.load(std::memory_order_acquire) || channels.size() > outputBuffer.channels) {
+    if (dirty.load(std::memory_order_acquire) ||
+        channels.size() > cachedPlanes.load(std::memory_order_acquire)) {
         if (!computeResult(channels)) {
             return;
         }

@@ -14,7 +14,7 @@ namespace quorblen {
 /// keeping the mean of its input pixel. The whole result is computed once per validation,
 /// under `cacheMutex`, and every row is then served from `outputBuffer` without the lock.
 class Quorblen : public host::Iop {
-public:
+  public:
     explicit Quorblen(host::Node* node);
     ~Quorblen() override;
 
@@ -27,8 +27,12 @@ public:
     double regularization = 0.0001;
 
     /// True when the cached result must be recomputed before rows are served. Set (release)
-    /// by validation, cleared under `cacheMutex`, read (acquire) without the lock.
+    /// by validation and when a computation starts, cleared under `cacheMutex` when one
+    /// completes, read (acquire) without the lock.
     std::atomic<bool> dirty{true};
+    /// The planes `outputBuffer` serves, published (release) once the result is complete, so
+    /// the unlocked test of a request's channel count never reads a buffer being rebuilt.
+    std::atomic<int> cachedPlanes{0};
 
     ImageBuffer inputBuffer;   // the whole input, one plane per requested channel
     ImageBuffer outputBuffer;  // the result, twice the input's size, same planes
@@ -50,10 +54,9 @@ public:
     /// Builds the cache under the lock if it is dirty. Returns false when the host aborted.
     bool computeResult(const host::ChannelSet& channels);
 
-protected:
+  protected:
     void _validate(bool for_real) override;
-    void _request(int x, int y, int r, int t, const host::ChannelSet& channels,
-                  int count) override;
+    void _request(int x, int y, int r, int t, const host::ChannelSet& channels, int count) override;
 };
 
 /// Pulls the whole image of input 0 of `op` into `buffer`, one plane per channel of `channels`
