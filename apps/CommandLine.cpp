@@ -67,17 +67,24 @@ std::optional<std::string> Arguments::value(const std::string& option) const {
     return found->second;
 }
 
+/// `text` as a number of type T, or a UsageError naming `option` and what it must be.
+template <class T>
+T parseNumber(const std::string& option, const std::string& text, const char* what) {
+    T number{};
+    const char* end = text.data() + text.size();
+    auto [ptr, ec] = std::from_chars(text.data(), end, number);
+    if (ec != std::errc() || ptr != end || text.empty()) {
+        throw UsageError(option + " must be " + what + ", not \"" + text + "\"");
+    }
+    return number;
+}
+
 int Arguments::intValue(const std::string& option, int fallback, int min, int max) const {
     const std::optional<std::string> text = value(option);
     if (!text) {
         return fallback;
     }
-    int number = 0;
-    const char* end = text->data() + text->size();
-    auto [ptr, ec] = std::from_chars(text->data(), end, number);
-    if (ec != std::errc() || ptr != end || text->empty()) {
-        throw UsageError(option + " must be a whole number, not \"" + *text + "\"");
-    }
+    const int number = parseNumber<int>(option, *text, "a whole number");
     if (number < min || number > max) {
         throw UsageError(option + " must be between " + std::to_string(min) + " and " +
                          std::to_string(max) + ", not " + *text);
@@ -91,10 +98,8 @@ double Arguments::doubleValue(const std::string& option, double fallback, double
     if (!text) {
         return fallback;
     }
-    double number = 0.0;
-    const char* end = text->data() + text->size();
-    auto [ptr, ec] = std::from_chars(text->data(), end, number);
-    if (ec != std::errc() || ptr != end || text->empty() || !std::isfinite(number)) {
+    const double number = parseNumber<double>(option, *text, "a number");
+    if (!std::isfinite(number)) {
         throw UsageError(option + " must be a number, not \"" + *text + "\"");
     }
     if (number < min || (minExclusive && number == min)) {

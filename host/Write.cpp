@@ -46,7 +46,7 @@ std::filesystem::path temporaryPathFor(const std::filesystem::path& target) {
 
 }  // namespace
 
-Write::Write(Node* node) : Iop(node) {}
+Write::Write(Node* node) : NoIop(node) {}
 
 Write::~Write() = default;
 
@@ -83,19 +83,6 @@ bool Write::knows_file_type(const std::string& filename) {
     }
     OIIO::geterror();  // clears the message, so a later failure reports its own
     return false;
-}
-
-void Write::_validate(bool /*for_real*/) {
-    copy_info();
-    set_out_channels(Mask_None);
-}
-
-void Write::engine(int y, int x, int r, const ChannelSet& channels, Row& row) {
-    if (Iop* in = input(0)) {
-        in->get(y, x, r, channels, row);
-    } else {
-        row.erase(channels);
-    }
 }
 
 bool Write::execute() {

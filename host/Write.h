@@ -17,7 +17,7 @@ namespace host {
 /// Knobs: "file" (the target name), "file_type" (set from the name), "datatype" ("uint8",
 /// "uint16", "half", "float", or empty for float where the file type has it),
 /// "_jpeg_quality" (float, 0 .. 1, for JPEG files).
-class Write : public Iop {
+class Write : public NoIop {
   public:
     explicit Write(Node* node);
     ~Write() override;
@@ -53,16 +53,11 @@ class Write : public Iop {
     /// false when the tree was aborted or cancelled (nothing is left under the file name).
     bool execute();
 
-    void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
-
-  protected:
-    void _validate(bool for_real) override;
-
-  private:
+private:
     std::string m_file;
     std::string m_file_type;
     std::string m_datatype;
-    float m_jpeg_quality = 0.9f;
+    float m_jpeg_quality = 0.95f;
     ChannelSet m_channels = Mask_RGBA;
     RenderOptions m_options;
 };
