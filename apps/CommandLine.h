@@ -14,20 +14,20 @@ enum ExitCode : int { ExitOk = 0, ExitFailure = 1, ExitUsage = 2, ExitInterrupte
 
 /// A mistake in the command line; what() is the one line to show (without the program name).
 class UsageError : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 
 /// A failure while running a command (unreadable input, unwritable output, ...).
 class CommandError : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 
 /// The arguments of one command: positional words and "--name value" / "--name=value"
 /// options. Options must be among those the command declares.
 class Arguments {
-  public:
+public:
     /// Parses `args`; `valueOptions` take a value, `flagOptions` take none.
     /// Throws UsageError for an unknown option or a missing value.
     Arguments(const std::vector<std::string>& args, const std::vector<std::string>& valueOptions,
@@ -44,7 +44,7 @@ class Arguments {
     double doubleValue(const std::string& option, double fallback, double min, double max,
                        bool minExclusive = false) const;
 
-  private:
+private:
     std::vector<std::string> m_positional;
     std::map<std::string, std::string> m_values;
 };

@@ -15,7 +15,7 @@ namespace {
 /// Serves the planes of an ImageBuffer as the host channels of a channel set: plane k as
 /// the k-th channel. Lets the writer write any channels, not only red, green, blue, alpha.
 class PlaneSource : public host::Iop {
-  public:
+public:
     PlaneSource(const ImageBuffer& image, const host::ChannelSet& channels)
         : host::Iop(nullptr), m_image(image), m_channels(channels) {
         m_format = host::Format(image.width, image.height);
@@ -37,7 +37,7 @@ class PlaneSource : public host::Iop {
         }
     }
 
-  protected:
+protected:
     void _validate(bool) override {
         info_().format(m_format);
         info_().full_size_format(m_format);
@@ -45,7 +45,7 @@ class PlaneSource : public host::Iop {
         info_().channels(m_channels);
     }
 
-  private:
+private:
     const ImageBuffer& m_image;
     host::ChannelSet m_channels;
     host::Format m_format;

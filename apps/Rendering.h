@@ -11,7 +11,7 @@ namespace quorblen::app {
 /// While alive, Ctrl-C (SIGINT) and SIGTERM set `flag()` instead of killing the program, so
 /// a render in flight is cancelled cleanly and nothing half-written is left behind.
 class InterruptGuard {
-  public:
+public:
     InterruptGuard();
     ~InterruptGuard();
     InterruptGuard(const InterruptGuard&) = delete;
@@ -23,12 +23,12 @@ class InterruptGuard {
 /// A progress bar on standard error, shown only when standard error is a terminal and the
 /// render is still running after half a second.
 class TerminalProgress : public host::ProgressSink {
-  public:
+public:
     TerminalProgress();
     ~TerminalProgress() override;
     void update(double fraction) override;
 
-  private:
+private:
     struct Display;
     std::unique_ptr<Display> m_display;
 };

@@ -22,7 +22,7 @@ enum Channel : int {
 /// A set of host channels as a bit mask: bit z-1 stands for channel z.
 /// Iteration visits the channels in increasing channel number.
 class ChannelSet {
-  public:
+public:
     constexpr ChannelSet() = default;
     constexpr explicit ChannelSet(std::uint32_t mask) : m_mask(mask & 0x7FFFFFFFu) {}
     constexpr ChannelSet(Channel z) : m_mask(bit(z)) {}
@@ -53,7 +53,7 @@ class ChannelSet {
     constexpr bool operator==(const ChannelSet&) const = default;
 
     class iterator {
-      public:
+    public:
         using iterator_category = std::forward_iterator_tag;
         using value_type = Channel;
         using difference_type = std::ptrdiff_t;
@@ -74,14 +74,14 @@ class ChannelSet {
         }
         constexpr bool operator==(const iterator&) const = default;
 
-      private:
+    private:
         std::uint32_t m_rest = 0;
     };
 
     constexpr iterator begin() const { return iterator(m_mask); }
     constexpr iterator end() const { return iterator(0); }
 
-  private:
+private:
     static constexpr std::uint32_t bit(Channel z) {
         return (z >= 1 && z <= Chan_Last) ? (1u << (z - 1)) : 0u;
     }

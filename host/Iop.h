@@ -10,7 +10,7 @@ namespace host {
 
 /// What an image operator produces: its format, full-size format, data box and channels.
 class IopInfo : public Box {
-  public:
+public:
     IopInfo();
 
     const Format& format() const { return *m_format; }
@@ -25,7 +25,7 @@ class IopInfo : public Box {
     const Box& box() const { return *this; }
     void set(const Box& box) { static_cast<Box&>(*this) = box; }
 
-  private:
+private:
     const Format* m_format;
     const Format* m_full_size_format;
     ChannelSet m_channels;
@@ -35,7 +35,7 @@ class IopInfo : public Box {
 /// concurrently from the host's render threads once the operator is validated and
 /// requested.
 class Iop : public Op {
-  public:
+public:
     explicit Iop(Node* node) : Op(node) {}
 
     const IopInfo& info() const { return m_info; }
@@ -61,7 +61,7 @@ class Iop : public Op {
     /// Fills `channels` of `row` over x .. r-1 for row y. Called concurrently.
     virtual void engine(int y, int x, int r, const ChannelSet& channels, Row& row) = 0;
 
-  protected:
+protected:
     /// Validates input 0 and copies its information (format, box, channels).
     void copy_info();
     void set_out_channels(const ChannelSet& channels) { m_out_channels = channels; }
@@ -72,7 +72,7 @@ class Iop : public Op {
     /// Default: ask every input for the same area.
     virtual void _request(int x, int y, int r, int t, const ChannelSet& channels, int count);
 
-  private:
+private:
     IopInfo m_info;
     ChannelSet m_out_channels = Mask_All;
     Box m_requested;
@@ -81,11 +81,11 @@ class Iop : public Op {
 /// An image operator that changes nothing: it passes input 0 through. Subclasses that
 /// produce their own pixels override `_validate` and `engine`.
 class NoIop : public Iop {
-  public:
+public:
     explicit NoIop(Node* node) : Iop(node) {}
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
-  protected:
+protected:
     void _validate(bool for_real) override;
 };
 

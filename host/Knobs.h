@@ -12,7 +12,7 @@ enum class KnobKind { Int, Float, String };
 
 /// One knob: a name, its kind, the operator field it is bound to and its tooltip.
 class Knob {
-  public:
+public:
     using Storage = std::variant<int*, double*, float*, std::string*>;
 
     Knob(std::string name, Storage storage) : m_name(std::move(name)), m_storage(storage) {}
@@ -34,7 +34,7 @@ class Knob {
     /// The current value as text.
     std::string text() const;
 
-  private:
+private:
     std::string m_name;
     Storage m_storage;
     std::string m_tooltip;
@@ -42,7 +42,7 @@ class Knob {
 
 /// What an operator's `knobs` call fills: the knobs in declaration order.
 class Knob_Closure {
-  public:
+public:
     std::vector<Knob> knobs;
 };
 

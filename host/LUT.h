@@ -5,7 +5,7 @@ namespace host {
 
 /// A colour lookup table. The host owns every table; operators keep only a pointer.
 class LUT {
-  public:
+public:
     enum DataType { FLOAT = 0, INT8 = 1, INT16 = 2 };
 
     /// The host's table for `type`; the same pointer for the whole process.
@@ -13,7 +13,7 @@ class LUT {
 
     int type() const { return m_type; }
 
-  private:
+private:
     explicit LUT(int type) : m_type(type) {}
     int m_type;
 };

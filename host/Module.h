@@ -8,7 +8,7 @@ namespace host {
 
 /// A module that could not be loaded; what() says which file and why.
 class ModuleError : public std::runtime_error {
-  public:
+public:
     using std::runtime_error::runtime_error;
 };
 

@@ -18,30 +18,30 @@ namespace host {
 /// A node of the host's graph: what the user sees and names. Operators built for a node
 /// print its name in messages.
 class Node {
-  public:
+public:
     explicit Node(std::string name) : m_name(std::move(name)) {}
     const std::string& name() const { return m_name; }
 
-  private:
+private:
     std::string m_name;
 };
 
 /// Collects the errors the operators of one tree report. Thread-safe.
 class OpMessageHandler {
-  public:
+public:
     void error(std::string text);
     /// The first error reported since the last `clear`, if any.
     std::optional<std::string> getFirstError() const;
     void clear();
 
-  private:
+private:
     mutable std::mutex m_mutex;
     std::vector<std::string> m_errors;
 };
 
 /// Receives the progress of a render as a fraction in [0, 1]. Called from render threads.
 class ProgressSink {
-  public:
+public:
     virtual ~ProgressSink() = default;
     virtual void update(double fraction) = 0;
 };
@@ -58,7 +58,7 @@ struct OpTree {
 /// Base of every operator. Operators are wired into a tree through `set_input`; every
 /// operator upstream of another shares its tree (abort flag, messages).
 class Op {
-  public:
+public:
     using Constructor = Op* (*)(Node* node);
 
     /// A registry entry: the operator's name, its factory and the build stamp it was
@@ -66,7 +66,7 @@ class Op {
     /// (at load time of the module holding it) and leaves it when destroyed. A second
     /// description of a name already registered is ignored.
     class Description {
-      public:
+    public:
         Description(const char* name, Constructor constructor, const char* build_stamp);
         ~Description();
         Description(const Description&) = delete;
@@ -84,7 +84,7 @@ class Op {
         /// the module loader compares it around loading a module.
         static long constructed();
 
-      private:
+    private:
         void ctor2();
         static void add(Description* description);
         bool m_registered = false;
@@ -158,13 +158,13 @@ class Op {
     /// operator's class when it has no node. Replaceable by the host application.
     static void (*print_name_cb)(std::ostream& out, const Op* op);
 
-  protected:
+protected:
     virtual void _validate(bool for_real);
     /// Makes this operator (and, recursively, its upstream) part of `tree`.
     void join_tree(const std::shared_ptr<OpTree>& tree);
     const std::shared_ptr<OpTree>& tree() const { return m_tree; }
 
-  private:
+private:
     Node* m_node;
     std::vector<Op*> m_inputs;
     std::shared_ptr<OpTree> m_tree;

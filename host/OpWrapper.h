@@ -11,7 +11,7 @@ namespace host {
 /// validation, requests, rows, knobs and texts all go to the wrapped operator, which
 /// shares the wrapper's tree.
 class OpWrapper : public Iop {
-  public:
+public:
     /// Takes ownership of `wrapped`.
     explicit OpWrapper(Iop* wrapped);
     ~OpWrapper() override;
@@ -28,11 +28,11 @@ class OpWrapper : public Iop {
 
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
-  protected:
+protected:
     void _validate(bool for_real) override;
     void _request(int x, int y, int r, int t, const ChannelSet& channels, int count) override;
 
-  private:
+private:
     std::unique_ptr<Iop> m_wrapped;
 };
 

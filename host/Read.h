@@ -14,7 +14,7 @@ namespace host {
 /// of the file. The whole image is loaded when the reader is validated for real; an
 /// unreadable or corrupt file is reported through `error`.
 class Read : public Iop {
-  public:
+public:
     explicit Read(Node* node);
     ~Read() override;
 
@@ -36,10 +36,10 @@ class Read : public Iop {
 
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
-  protected:
+protected:
     void _validate(bool for_real) override;
 
-  private:
+private:
     std::string m_file;
     std::string m_loaded;  // the file whose pixels `m_pixels` hold
     std::string m_file_datatype;

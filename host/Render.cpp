@@ -15,7 +15,7 @@ namespace {
 /// delivered, and shows both as one fraction: when an operator reports, its work counts for
 /// most of the render, the rows for the rest.
 class RenderProgress : public ProgressSink {
-  public:
+public:
     void update(double fraction) override {
         double seen = m_work.load();
         while (fraction > seen && !m_work.compare_exchange_weak(seen, fraction)) {
@@ -26,7 +26,7 @@ class RenderProgress : public ProgressSink {
         return m_reported.load() ? 0.9 * m_work.load() + 0.1 * rows : rows;
     }
 
-  private:
+private:
     std::atomic<double> m_work{0.0};
     std::atomic<bool> m_reported{false};
 };

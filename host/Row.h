@@ -14,7 +14,7 @@ class Iop;
 /// channel is indexed by absolute column: `writable(z)[X]` for X in [x, r).
 /// A row belongs to one thread at a time.
 class Row {
-  public:
+public:
     /// A row spanning columns x .. r-1 (x <= r).
     Row(int x, int r);
 
@@ -35,7 +35,7 @@ class Row {
     void erase(const ChannelSet& channels);
     void erase(Channel z) { erase(ChannelSet(z)); }
 
-  private:
+private:
     int m_x;
     int m_r;
     int m_origin;  // column of element 0 of every span: min(x, 0)

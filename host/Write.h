@@ -18,7 +18,7 @@ namespace host {
 /// "uint16", "half", "float", or empty for float where the file type has it),
 /// "_jpeg_quality" (float, 0 .. 1, for JPEG files).
 class Write : public NoIop {
-  public:
+public:
     explicit Write(Node* node);
     ~Write() override;
 

@@ -15,7 +15,7 @@ namespace host {
 /// that count is 0. Fresh arrays are not cleared. `float` is the only instantiation.
 template <class T>
 class ImageBuffer : public NoIop {
-  public:
+public:
     int width = 0;
     int height = 0;
     int channels = 0;
@@ -62,7 +62,7 @@ class ImageBuffer : public NoIop {
     /// buffer does not have and for an empty buffer. The caller keeps to the output box.
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
-  protected:
+protected:
     void _validate(bool for_real) override;
     void _request(int x, int y, int r, int t, const ChannelSet& channels, int count) override;
 };

@@ -14,7 +14,7 @@ namespace quorblen {
 /// keeping the mean of its input pixel. The whole result is computed once per validation,
 /// under `cacheMutex`, and every row is then served from `outputBuffer` without the lock.
 class Quorblen : public host::Iop {
-  public:
+public:
     explicit Quorblen(host::Node* node);
     ~Quorblen() override;
 
@@ -54,7 +54,7 @@ class Quorblen : public host::Iop {
     /// Builds the cache under the lock if it is dirty. Returns false when the host aborted.
     bool computeResult(const host::ChannelSet& channels);
 
-  protected:
+protected:
     void _validate(bool for_real) override;
     void _request(int x, int y, int r, int t, const host::ChannelSet& channels, int count) override;
 };

@@ -28,93 +28,68 @@ ImageBuffer crop(const ImageBuffer& image, int x0, int y0, int size) {
                      [&](int x, int y, int c) { return at(image, x0 + x, y0 + y, c); });
 }
 
-/// Mean squared difference of horizontally and vertically adjacent samples over the box
-/// (x0, y0) .. (x0 + size, y0 + size) of `image`: how rough the region is.
-double roughness(const ImageBuffer& image, int x0, int y0, int size) {
+/// The sum of squared differences of vertically adjacent samples of `image`: how rough it is.
+double roughness(const ImageBuffer& image) {
     double sum = 0.0;
-    long count = 0;
-    for (int y = y0; y < y0 + size - 1; ++y) {
-        for (int x = x0; x < x0 + size - 1; ++x) {
-            for (int c = 0; c < image.channels; ++c) {
-                const double dx = at(image, x + 1, y, c) - at(image, x, y, c);
-                const double dy = at(image, x, y + 1, c) - at(image, x, y, c);
-                sum += dx * dx + dy * dy;
-                count += 2;
-            }
-        }
+    for (int i = image.stride; i < image.stride * image.height; ++i) {
+        sum += std::pow(image.data[i] - image.data[i - image.stride], 2);
     }
-    return sum / double(count);
+    return sum;
 }
 
-TEST(UpscaleCommand, WithoutArgumentsUpscalesTheBundledPhotoAndSaysWhere) {
+TEST(UpscaleCommand, WritesTwiceTheSizeInTheInputsChannelsAndBitDepth) {
     ScratchDir dir;
+    // Without arguments: the bundled 8-bit photo, to a file the program names.
     const ProgramRun run = runQuorblen({}, dir.path());
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("coffee-2x.png"), std::string::npos) << run.out;
-    const FileImage out = readFileImage(dir.path() / "coffee-2x.png");
-    EXPECT_EQ(out.pixels.width, 1200);
-    EXPECT_EQ(out.pixels.height, 800);
-    EXPECT_EQ(out.datatype, "uint8");
+    const FileImage photo = readFileImage(dir.path() / "coffee-2x.png");
+    EXPECT_EQ(std::pair(photo.pixels.width, photo.pixels.height), std::pair(1200, 800));
+    EXPECT_EQ(photo.datatype, "uint8");
+
+    // A 16-bit grey one keeps its single channel and its bit depth.
+    const ImageBuffer grey16 =
+        makeImage(40, 40, 1, [&](int x, int y, int) { return at(photo.pixels, x, y, 1); });
+    writeFileImage(dir.path() / "grey16.png", grey16, {"Y"}, "uint16");
+    ASSERT_EQ(runQuorblen({"upscale", "grey16.png", "out.png"}, dir.path()).exitCode, 0);
+    const FileImage grey = readFileImage(dir.path() / "out.png");
+    EXPECT_EQ(std::tuple(grey.pixels.width, grey.pixels.channels, grey.datatype),
+              std::tuple(80, 1, "uint16"));
 }
 
 // The main promise on a real, noisy photo: twice the size, every 2x2 block mean equal to
 // its input pixel, and flat areas smoother than the nearest-neighbour start.
 TEST(UpscaleCommand, KeepsBlockMeansAndSmoothsNoiseOnANoisyPhoto) {
     ScratchDir dir;
-    ImageBuffer noisy = crop(samplePhoto(), 200, 100, 96);
+    const ImageBuffer photo = samplePhoto();
     std::mt19937 random(7);
     std::normal_distribution<float> noise(0.0f, 0.03f);
-    for (int i = 0; i < noisy.width * noisy.height * noisy.channels; ++i) {
-        noisy.data[i] += noise(random);
-    }
-    const ImageBuffer alpha = makeImage(
-        96, 96, 4, [&](int x, int y, int c) { return c < 3 ? at(noisy, x, y, c) : 1.0f; });
+    const ImageBuffer alpha = makeImage(96, 96, 4, [&](int x, int y, int c) {
+        return c < 3 ? at(photo, 200 + x, 100 + y, c) + noise(random) : 1.0f;
+    });
     writeFileImage(dir.path() / "noisy.exr", alpha, {"R", "G", "B", "A"}, "float");
 
     const ProgramRun run =
         runQuorblen({"upscale", "noisy.exr", "big.exr", "--threads", "3"}, dir.path());
     ASSERT_EQ(run.exitCode, 0) << run.err;
     const FileImage out = readFileImage(dir.path() / "big.exr");
-    ASSERT_EQ(out.pixels.width, 192);
-    ASSERT_EQ(out.pixels.height, 192);
+    ASSERT_EQ(std::pair(out.pixels.width, out.pixels.height), std::pair(192, 192));
     EXPECT_EQ(out.datatype, "float");
     EXPECT_EQ(out.channelNames, (std::vector<std::string>{"R", "G", "B", "A"}));
 
     double worst = 0.0;
-    for (int y = 0; y < 96; ++y) {
-        for (int x = 0; x < 96; ++x) {
-            for (int c = 0; c < 4; ++c) {
-                const double mean =
-                    (double(at(out.pixels, 2 * x, 2 * y, c)) + at(out.pixels, 2 * x + 1, 2 * y, c) +
-                     at(out.pixels, 2 * x, 2 * y + 1, c) +
-                     at(out.pixels, 2 * x + 1, 2 * y + 1, c)) /
-                    4.0;
-                worst = std::max(worst, std::abs(mean - at(alpha, x, y, c)));
-            }
-        }
+    for (int i = 0; i < 96 * 96 * 4; ++i) {
+        const int x = i / 4 % 96;
+        const int y = i / 4 / 96;
+        worst =
+            std::max(worst, std::abs(blockMean(out.pixels, x, y, i % 4) - at(alpha, x, y, i % 4)));
     }
     // Float rounding of a handful of single-precision operations on values near 1.
     EXPECT_LT(worst, 1e-5);
 
     const ImageBuffer nearest =
         makeImage(192, 192, 4, [&](int x, int y, int c) { return at(alpha, x / 2, y / 2, c); });
-    const double before = roughness(nearest, 0, 0, 192);
-    const double after = roughness(out.pixels, 0, 0, 192);
-    EXPECT_LT(after, 0.8 * before) << "before " << before << ", after " << after;
-}
-
-TEST(UpscaleCommand, KeepsGreyAndSixteenBitInputsAsTheyAre) {
-    ScratchDir dir;
-    const ImageBuffer photo = crop(samplePhoto(), 0, 0, 40);
-    const ImageBuffer grey =
-        makeImage(40, 40, 1, [&](int x, int y, int) { return at(photo, x, y, 1); });
-    writeFileImage(dir.path() / "grey16.png", grey, {"Y"}, "uint16");
-    const ProgramRun run = runQuorblen({"upscale", "grey16.png", "out.png"}, dir.path());
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    const FileImage out = readFileImage(dir.path() / "out.png");
-    EXPECT_EQ(out.pixels.width, 80);
-    EXPECT_EQ(out.pixels.channels, 1);
-    EXPECT_EQ(out.datatype, "uint16");
+    EXPECT_LT(roughness(out.pixels), 0.8 * roughness(nearest));
 }
 
 TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
@@ -131,7 +106,6 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         {{"upscale", "in.png", "out.nosuchformat"}, 1, "no image format"},
         {{"upscale", "in.png", "out.png", "--lambda", "soft"}, 2, "--lambda must be a number"},
         {{"upscale", "in.png", "out.png", "--a", "0"}, 2, "--a must be above 0"},
-        {{"upscale", "in.png", "out.png", "--iterations", "0"}, 2, "--iterations"},
         {{"upscale", "in.png"}, 2, "INPUT and an OUTPUT"},
         {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
         {{"enlarge"}, 2, "unknown command"},
@@ -142,7 +116,6 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
     }
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "out.png"));
-    EXPECT_EQ(runQuorblen({"--version"}, dir.path()).exitCode, 0);
     const ProgramRun help = runQuorblen({"upscale", "--help"}, dir.path());
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_NE(help.out.find("Iterations = 5"), std::string::npos) << help.out;
@@ -169,11 +142,7 @@ TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 130);
-    std::vector<std::string> left;
-    for (const auto& entry : std::filesystem::directory_iterator(dir.path())) {
-        left.push_back(entry.path().filename().string());
-    }
-    EXPECT_EQ(left, std::vector<std::string>{"in.png"});
+    EXPECT_EQ(fileNames(dir.path()), std::vector<std::string>{"in.png"});
 }
 
 }  // namespace

@@ -2,11 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <limits>
 #include <sstream>
-#include <string>
+#include <tuple>
 
 #include "image/RawImageFile.h"
 #include "tests/support/TestImages.h"
@@ -24,18 +23,13 @@ void writeFile(const std::string& name, const std::string& bytes) {
     std::ofstream(name, std::ios::binary) << bytes;
 }
 
-std::string readFile(const std::string& name) {
-    std::ifstream in(name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 /// The samples of `image` as raw bytes.
 std::string sampleBytes(const ImageBuffer& image) {
     return std::string(reinterpret_cast<const char*>(image.data),
                        sizeof(float) * image.width * image.height * image.channels);
 }
 
-TEST(RawImageFile, LayoutAndExactRoundTrip) {
+TEST(RawImageFile, LayoutExactRoundTripAndArrayReuse) {
     test::ScratchDir dir;
     const std::string name = dir.file("image.raw");
     // Values a rounding or text path would not keep: signed zero, subnormal, infinity, NaN.
@@ -47,43 +41,37 @@ TEST(RawImageFile, LayoutAndExactRoundTrip) {
         return i < 4 ? special[i] : float(i) / 3.0f;
     });
     ASSERT_TRUE(writeRaw(name.c_str(), &image));
-    const std::string bytes = readFile(name);
-    EXPECT_EQ(bytes.size(), 108u);
-    EXPECT_EQ(bytes, std::string("\3\0\0\0\2\0\0\0\4\0\0\0", 12) + sampleBytes(image));
-
-    ImageBuffer back;
-    ASSERT_TRUE(readRaw(name.c_str(), &back));
-    EXPECT_EQ(header(back.width, back.height, back.channels), header(3, 2, 4));
-    EXPECT_EQ(sampleBytes(back), sampleBytes(image));
-}
-
-TEST(RawImageFile, ReadSizesThroughResize) {
-    test::ScratchDir dir;
-    const std::string name = dir.file("tall.raw");
-    const ImageBuffer tall =
-        test::makeImage(2, 6, 1, [](int x, int y, int) { return x + 9.0f * y; });
-    ASSERT_TRUE(writeRaw(name.c_str(), &tall));
+    EXPECT_EQ(test::readBytes(name),
+              std::string("\3\0\0\0\2\0\0\0\4\0\0\0", 12) + sampleBytes(image));
 
     // Same sample count, other shape: the array stays and the file's shape is taken.
-    ImageBuffer wide(4, 3, 1);
-    const float* array = wide.data;
-    ASSERT_TRUE(readRaw(name.c_str(), &wide));
-    EXPECT_EQ(wide.data, array);
-    EXPECT_EQ(wide.stride, 2);
-    EXPECT_EQ(wide.bbox.t, 6);
-    EXPECT_EQ(sampleBytes(wide), sampleBytes(tall));
+    ImageBuffer back(4, 6, 1);
+    const float* array = back.data;
+    ASSERT_TRUE(readRaw(name.c_str(), &back));
+    EXPECT_EQ(back.data, array);
+    EXPECT_EQ(std::tie(back.width, back.height, back.channels, back.stride),
+              std::make_tuple(3, 2, 4, 12));
+    EXPECT_EQ(sampleBytes(back), sampleBytes(image));
 
     // A header announcing no samples empties the buffer.
     writeFile(name, header(0, 5, 3));
-    EXPECT_TRUE(readRaw(name.c_str(), &wide));
-    EXPECT_EQ(wide.data, nullptr);
+    EXPECT_TRUE(readRaw(name.c_str(), &back));
+    EXPECT_EQ(back.data, nullptr);
 }
 
-TEST(RawImageFile, MalformedFilesNeverExposeStaleMemory) {
+TEST(RawImageFile, BadFilesReportAndNeverExposeStaleMemory) {
     test::ScratchDir dir;
     const std::string name = dir.file("bad.raw");
-    ImageBuffer image = test::makeImage(4, 1, 1, [](int, int, int) { return 7.0f; });
+    const std::string unwritable = dir.file("no/such/folder.raw");
+    ImageBuffer image = test::filledImage(4, 1, 1, 7.0f);
     const float* array = image.data;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(readRaw(name.c_str(), &image));
+    EXPECT_FALSE(writeRaw(unwritable.c_str(), &image));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ImageBuffer::readRaw Couldn't open " + name + "\n" +
+                  "ImageBuffer::writeRaw Couldn't open " + unwritable + "\n");
+    EXPECT_EQ(image.data[3], 7.0f);
 
     // Counts past 2^31 - 1 are refused and the buffer stays as it was; 65536 x 65536 wraps to 0
     // in 32 bits and 2^30 cubed to 0 in 64.
@@ -118,22 +106,6 @@ TEST(RawImageFile, MalformedFilesNeverExposeStaleMemory) {
         readRaw(stream, &image);
         EXPECT_EQ(image.data, nullptr);
     }
-}
-
-TEST(RawImageFile, OpenFailuresReportAndLeaveTheBuffer) {
-    test::ScratchDir dir;
-    const std::string missing = dir.file("missing.raw");
-    const std::string unwritable = dir.file("no/such/folder.raw");
-    ImageBuffer image = test::makeImage(2, 1, 3, [](int x, int, int c) { return x + c * 0.5f; });
-    const std::string before = sampleBytes(image);
-
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(readRaw(missing.c_str(), &image));
-    EXPECT_FALSE(writeRaw(unwritable.c_str(), &image));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "ImageBuffer::readRaw Couldn't open " + missing + "\n" +
-                  "ImageBuffer::writeRaw Couldn't open " + unwritable + "\n");
-    EXPECT_EQ(sampleBytes(image), before);
 }
 
 }  // namespace

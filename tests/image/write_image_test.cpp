@@ -2,11 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
 
-#include "image/ImageBuffer.h"
 #include "tests/support/TestImages.h"
 
 namespace quorblen {
@@ -21,33 +17,27 @@ ImageBuffer noisyImage(int channels) {
     });
 }
 
-/// The channel names of an image file, sorted (EXR files keep them sorted by name anyway).
-std::vector<std::string> fileChannels(const std::string& name) {
-    std::vector<std::string> names = test::readFileImage(name).channelNames;
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 TEST(WriteImage, ChannelSetFollowsTheChannelCount) {
     test::ScratchDir dir;
     // Three or fewer channels ask for red, green and blue; more ask for channels 1 to 7, of
     // which the buffer serves what it has.
     const struct {
-        const char* file;
         int bufferChannels;
         int requested;
         std::vector<std::string> written;
     } cases[] = {
-        {"grey.exr", 1, -1, {"R"}},
-        {"rgba.exr", 4, -1, {"A", "B", "G", "R"}},
-        {"rgba_as_rgb.exr", 4, 3, {"B", "G", "R"}},
-        {"eight.exr", 8, -1, {"A", "B", "G", "R", "channel5", "channel6", "channel7"}},
+        {1, -1, {"R"}},
+        {4, -1, {"A", "B", "G", "R"}},
+        {4, 3, {"B", "G", "R"}},
+        {8, -1, {"A", "B", "G", "R", "channel5", "channel6", "channel7"}},
     };
     for (const auto& c : cases) {
-        const std::string name = dir.file(c.file);
-        ImageBuffer image = noisyImage(c.bufferChannels);
-        EXPECT_TRUE(image.writeImage(name.c_str(), c.requested));
-        EXPECT_EQ(fileChannels(name), c.written) << c.file;
+        const std::string name =
+            dir.file(std::to_string(c.bufferChannels) + "-" + std::to_string(c.requested) + ".exr");
+        EXPECT_TRUE(noisyImage(c.bufferChannels).writeImage(name.c_str(), c.requested));
+        std::vector<std::string> names = test::readFileImage(name).channelNames;
+        std::sort(names.begin(), names.end());
+        EXPECT_EQ(names, c.written) << name;
     }
 }
 
@@ -67,19 +57,17 @@ TEST(WriteImage, JpegQualityReachesTheWriter) {
 
 TEST(WriteImage, FailureThrowsTheWritersMessageAndLeavesNoFile) {
     test::ScratchDir dir;
-    ImageBuffer image = noisyImage(3);
     const std::string prefix =
         "Host error encountered by fillBuffer(). Operator ImageBufferIop reported: ";
     // An unwritable folder and a name no image format is known for.
     for (const std::string& name : {dir.file("no/such/folder/out.png"), dir.file("out.unknown")}) {
         try {
-            image.writeImage(name.c_str());
+            noisyImage(3).writeImage(name.c_str());
             ADD_FAILURE() << "no throw for " << name;
         } catch (const std::string& message) {
             EXPECT_EQ(message.rfind(prefix, 0), 0u) << message;
             EXPECT_NE(message.find(name), std::string::npos) << message;
         }
-        EXPECT_FALSE(std::filesystem::exists(name));
     }
     // Nothing half-written stays behind.
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));

@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <utility>
-#include <vector>
 
 #include "inpaint/Inpaint.h"
 #include "tests/support/TestImages.h"
@@ -20,7 +18,7 @@ using Fill = std::function<float(int, int, int)>;
 /// `ones`: the flag and the out coordinates, which start at (-7, -7).
 std::pair<int, std::pair<int, int>> search(const std::vector<std::pair<int, int>>& ones, int radius,
                                            int size = 9, int from = 4) {
-    ImageBuffer image = makeImage(size, size, 4, [](int, int, int) { return 0.0f; });
+    ImageBuffer image = test::filledImage(size, size, 4, 0.0f);
     for (const auto& [x, y] : ones) {
         at(image, x, y, 3) = 1.0f;
     }
@@ -58,7 +56,7 @@ ImageBuffer block(const std::vector<float>& v, float alpha) {
 TEST(TvInpaintStep, WeightedMeanOfNeighbours) {
     const PixelList centre{{1, 1, -1}};
     const ImageBuffer hole = block({1, 1, 1, 1, 0, 1, 1, 1, 1}, 1.0f);
-    ImageBuffer next = makeImage(3, 3, 4, [](int, int, int) { return -5.0f; });
+    ImageBuffer next = test::filledImage(3, 3, 4, -5.0f);
     EXPECT_EQ(tvInpaintStep(hole, hole, next, 0, 3, {}, 5.0, 1e-4), 0.0);
     EXPECT_EQ(at(next, 1, 1, 0), -5.0f);
     EXPECT_NEAR(tvInpaintStep(hole, hole, next, 0, 3, centre, 5.0, 1e-4), 1.0, 1e-15);
@@ -99,7 +97,7 @@ TEST(FlowSteps, FlatAndAxisRampsStayPut) {
     for (const Fill& fill : {Fill([](int, int, int) { return 0.3f; }), rampX,
                              Fill([](int, int y, int) { return float(y); })}) {
         const ImageBuffer image = makeImage(6, 6, 4, fill);
-        ImageBuffer next = makeImage(6, 6, 4, [](int, int, int) { return -5.0f; });
+        ImageBuffer next = test::filledImage(6, 6, 4, -5.0f);
         EXPECT_EQ(elasticaInpaintStep(image, image, next, 1, 3, {}, band, 5.0, 1e-2, 0.1), 0.0);
         EXPECT_EQ(at(next, 2, 2, 1), -5.0f);
         EXPECT_EQ(elasticaInpaintStep(image, image, next, 1, 3, pixels, band, 5.0, 1e-2, 0.1), 0.0);
@@ -121,11 +119,11 @@ TEST(FlowSteps, FlatAndAxisRampsStayPut) {
 TEST(WholeImageSteps, DenoiseAndLocalMeasures) {
     // Flat images: every gradient is epsilon, every edge weight 2 / epsilon, so lambda = 16
     // puts half the weight on the observed value. Border pixels are not written.
-    const ImageBuffer current = makeImage(4, 4, 1, [](int, int, int) { return 0.5f; });
-    const ImageBuffer observed = makeImage(4, 4, 1, [](int, int, int) { return 1.0f; });
-    ImageBuffer next = makeImage(4, 4, 1, [](int, int, int) { return -5.0f; });
+    ImageBuffer next = test::filledImage(4, 4, 1, -5.0f);
     ImageBuffer gradient(4, 4, 2);
-    EXPECT_EQ(tvDenoiseStep(observed, current, next, gradient, 0, 16.0, 0.5), 0.25);
+    EXPECT_EQ(tvDenoiseStep(test::filledImage(4, 4, 1, 1.0f), test::filledImage(4, 4, 1, 0.5f),
+                            next, gradient, 0, 16.0, 0.5),
+              0.25);
     EXPECT_EQ(at(gradient, 3, 0, 0), 0.5f);
     EXPECT_EQ(at(next, 2, 1, 0), 0.75f);
     EXPECT_EQ(at(next, 3, 1, 0), -5.0f);

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 #include <limits>
 
 #include "inpaint/Inpaint.h"
@@ -13,7 +12,6 @@ namespace {
 
 using test::at;
 using test::makeImage;
-using Fill = std::function<float(int, int, int)>;
 
 TEST(ApproxEqual, AbsoluteAndRelativeLimits) {
     constexpr float Tiny = 0x1.8p-124f;  // six times the smallest normal float
@@ -21,7 +19,6 @@ TEST(ApproxEqual, AbsoluteAndRelativeLimits) {
     EXPECT_TRUE(approxEqual(1.0f + 0x1p-22f, 1.0f));
     EXPECT_TRUE(approxEqual(0.99999988f, 1.0f));
     EXPECT_FALSE(approxEqual(1.0f, 1.0f + 0x1p-21f));
-    EXPECT_FALSE(approxEqual(1.0f, 1.001f));
     EXPECT_FALSE(approxEqual(0.9999f, 1.0f));
 
     EXPECT_TRUE(approxEqual(0.0f, 1e-38f));
@@ -47,19 +44,18 @@ TEST(EdgeMeasures, RampsAndPeak) {
 
     // A lone peak: every edge falls by 1 with no transverse change, so each term is
     // -1 / sqrt(1 + 0.25) and the level lines curve inward.
-    ImageBuffer peak = makeImage(3, 3, 4, [](int, int, int) { return 0.0f; });
+    ImageBuffer peak = test::filledImage(3, 3, 4, 0.0f);
     at(peak, 1, 1, 0) = 1.0f;
     EXPECT_DOUBLE_EQ(curvature(peak, 1, 1, 0, 0.5f), -4.0 / std::sqrt(1.25));
     EXPECT_TRUE(std::isnan(curvature(ramps, 2, 2, 0, 0.0f)));
 }
 
 TEST(PatchDistance, UsablePairsAndWeights) {
-    const Fill zero = [](int, int, int) { return 0.0f; };
     const ImageBuffer target =
         makeImage(6, 6, 4, [](int, int, int c) { return c == 3 ? 0.5f : 0.0f; });
     const ImageBuffer unknown =
         makeImage(6, 6, 4, [](int, int, int c) { return c == 3 ? 1.0f : 0.0f; });
-    ImageBuffer source = makeImage(6, 6, 4, zero);
+    ImageBuffer source = test::filledImage(6, 6, 4, 0.0f);
     for (int c = 0; c < 3; ++c) {
         at(source, 4, 1, c) = c + 1.0f;
     }
@@ -83,7 +79,8 @@ TEST(PatchDistance, UsablePairsAndWeights) {
     // against 1 for the centre and 1 / sqrt(2) for edge pixels.
     const double wCorner = 1.0 / std::sqrt(3.0);
     const double mean = 14.0 / 3.0 * wCorner / (1.0 + 4.0 / std::sqrt(2.0) + 4.0 * wCorner);
-    EXPECT_NEAR(patchDistance(makeImage(6, 6, 4, zero), 1, 4, source, 3, 2, 1, valid), mean, 1e-14);
+    EXPECT_NEAR(patchDistance(test::filledImage(6, 6, 4, 0.0f), 1, 4, source, 3, 2, 1, valid), mean,
+                1e-14);
     EXPECT_TRUE(valid);
 }
 

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <string>
 
 #include "inpaint/Inpaint.h"
 #include "tests/support/TestImages.h"
@@ -18,29 +17,23 @@ ImageBuffer halfKnown() {
                            [](int x, int, int c) { return c == 3 && x >= 3 ? 1.0f : 0.0f; });
 }
 
-TEST(PixelPriority, CountsConfidenceOfTheNeighbourhood) {
+TEST(Priority, CountsConfidenceAndPicksTheBestInScanOrder) {
     ImageBuffer image = halfKnown();
     EXPECT_EQ(pixelPriority(image, 1, 2), 9.0);
     EXPECT_EQ(pixelPriority(image, 3, 2), 3.0);
-    EXPECT_EQ(pixelPriority(image, 4, 2), 0.0);
     at(image, 4, 2, 3) = 0.25f;  // a partly filled centre counts like a neighbour
     EXPECT_EQ(pixelPriority(image, 4, 2), 0.75);
-}
+    at(image, 4, 2, 3) = 1.0f;
 
-TEST(HighestPriorityPixel, ScanOrderTiesAndRange) {
-    const ImageBuffer image = halfKnown();
     // Priorities: 3, 0, 3, 9, 3.
     const PixelList list{{3, 1, -1}, {4, 2, -1}, {3, 2, -1}, {1, 2, -1}, {3, 3, -1}};
     std::uint32_t x = 0;
     std::uint32_t y = 0;
     EXPECT_EQ(highestPriorityPixel(image, list, 4, true, x, y), 3u);
-    EXPECT_EQ(x, 1u);
-    EXPECT_EQ(y, 2u);
-
+    EXPECT_EQ(std::pair(x, y), std::pair(1u, 2u));
     // Entry 3 (the best) lies behind last_pix: the ties among 0 and 2 decide by direction.
     EXPECT_EQ(highestPriorityPixel(image, list, 2, true, x, y), 0u);
-    EXPECT_EQ(x, 3u);
-    EXPECT_EQ(y, 1u);
+    EXPECT_EQ(std::pair(x, y), std::pair(3u, 1u));
     EXPECT_EQ(highestPriorityPixel(image, list, 2, false, x, y), 2u);
     EXPECT_EQ(y, 2u);
 
@@ -61,8 +54,7 @@ TEST(HighestPriorityPixel, ReportsWhenNothingIsSelected) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "highestPriorityPixel: ERROR: No high priority found.\n"
               "  pix_list.size: 0 last_pix: -1\n");
-    EXPECT_EQ(x, 77u);
-    EXPECT_EQ(y, 88u);
+    EXPECT_EQ(std::pair(x, y), std::pair(77u, 88u));
 
     // NaN priorities never qualify, not even against a lower one; the whole list's size is
     // reported.

@@ -6,6 +6,7 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -13,37 +14,13 @@
 
 namespace quorblen::test {
 
-std::filesystem::path sourcePath(const std::string& relative) {
-    return std::filesystem::path(QUORBLEN_SOURCE_DIR) / relative;
-}
-
-std::filesystem::path binaryDir() {
-    return std::filesystem::path(QUORBLEN_BIN_DIR);
-}
-
-ScratchDir::ScratchDir() {
-    static std::atomic<int> counter{0};
-    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string name = info != nullptr ? std::string(info->test_suite_name()) + "." + info->name()
-                                       : std::string("scratch");
-    for (char& ch : name) {
-        if (ch == '/') {
-            ch = '_';
-        }
-    }
-    m_path = std::filesystem::temp_directory_path() /
-             ("quorblen-test-" + std::to_string(getpid()) + "-" +
-              std::to_string(counter.fetch_add(1)) + "-" + name);
-    std::filesystem::remove_all(m_path);
-    std::filesystem::create_directories(m_path);
-}
-
-ScratchDir::~ScratchDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(m_path, ec);
-}
-
 namespace {
+
+// A name no other test or run of the tests uses at the same time.
+std::string uniqueTag() {
+    static std::atomic<int> counter{0};
+    return std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1));
+}
 
 std::string shellQuoted(const std::string& word) {
     std::string quoted = "'";
@@ -53,21 +30,24 @@ std::string shellQuoted(const std::string& word) {
     return quoted + "'";
 }
 
-std::string readWholeFile(const std::filesystem::path& path) {
+}  // namespace
+
+std::string readBytes(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-}  // namespace
+ScratchDir::ScratchDir()
+    : m_path(std::filesystem::temp_directory_path() / ("quorblen-test-" + uniqueTag())) {
+    std::filesystem::remove_all(m_path);
+    std::filesystem::create_directories(m_path);
+}
 
 ProgramRun runQuorblen(const std::vector<std::string>& args,
                        const std::filesystem::path& workingDir) {
-    static std::atomic<int> counter{0};
-    const std::string tag = std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1));
     const std::filesystem::path out =
-        std::filesystem::temp_directory_path() / ("quorblen-out-" + tag);
-    const std::filesystem::path err =
-        std::filesystem::temp_directory_path() / ("quorblen-err-" + tag);
+        std::filesystem::temp_directory_path() / ("qout-" + uniqueTag());
+    const std::filesystem::path err = out.string() + ".err";
     std::string command = "cd " + shellQuoted(workingDir.string()) + " && " +
                           shellQuoted((binaryDir() / "quorblen").string());
     for (const std::string& arg : args) {
@@ -75,10 +55,8 @@ ProgramRun runQuorblen(const std::vector<std::string>& args,
     }
     command += " </dev/null >" + shellQuoted(out.string()) + " 2>" + shellQuoted(err.string());
     const int status = std::system(command.c_str());
-    ProgramRun run;
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.out = readWholeFile(out);
-    run.err = readWholeFile(err);
+    const ProgramRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readBytes(out),
+                         readBytes(err)};
     std::filesystem::remove(out);
     std::filesystem::remove(err);
     return run;
@@ -116,14 +94,39 @@ void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels
 ImageBuffer makeImage(int width, int height, int channels,
                       const std::function<float(int x, int y, int c)>& value) {
     ImageBuffer image(width, height, channels);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            for (int c = 0; c < channels; ++c) {
-                at(image, x, y, c) = value(x, y, c);
-            }
-        }
+    for (int i = 0; i < width * height * channels; ++i) {
+        image.data[i] = value(i / channels % width, i / channels / width, i % channels);
     }
     return image;
+}
+
+double blockMean(const ImageBuffer& image, int X, int Y, int c) {
+    return (double(at(image, 2 * X, 2 * Y, c)) + at(image, 2 * X + 1, 2 * Y, c) +
+            at(image, 2 * X, 2 * Y + 1, c) + at(image, 2 * X + 1, 2 * Y + 1, c)) /
+           4.0;
+}
+
+Planes pullRow(host::Iop& op, int y, int x, int r, host::ChannelSet channels, int width) {
+    width = std::max(width, r);
+    host::Row row(0, width);
+    for (host::Channel z : channels) {
+        std::fill(row.writable(z), row.writable(z) + width, -1.0f);
+    }
+    row.get(op, y, x, r, channels);
+    Planes planes;
+    for (host::Channel z : channels) {
+        planes.emplace_back(row[z], row[z] + width);
+    }
+    return planes;
+}
+
+std::vector<std::string> fileNames(const std::filesystem::path& dir) {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
 }  // namespace quorblen::test

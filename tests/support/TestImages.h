@@ -11,24 +11,34 @@
 namespace quorblen::test {
 
 /// A file of the source tree, e.g. sourcePath("data/coffee.png").
-std::filesystem::path sourcePath(const std::string& relative);
+inline std::filesystem::path sourcePath(const std::string& relative) {
+    return std::filesystem::path(QUORBLEN_SOURCE_DIR) / relative;
+}
 
 /// The folder holding the built program and module.
-std::filesystem::path binaryDir();
+inline std::filesystem::path binaryDir() {
+    return QUORBLEN_BIN_DIR;
+}
 
 /// A fresh empty folder for the running test, removed when the object goes.
 class ScratchDir {
-  public:
+public:
     ScratchDir();
-    ~ScratchDir();
+    ~ScratchDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(m_path, ec);
+    }
     ScratchDir(const ScratchDir&) = delete;
     ScratchDir& operator=(const ScratchDir&) = delete;
     const std::filesystem::path& path() const { return m_path; }
     std::string file(const std::string& name) const { return (m_path / name).string(); }
 
-  private:
+private:
     std::filesystem::path m_path;
 };
+
+/// The bytes of file `path`; empty when it cannot be read.
+std::string readBytes(const std::filesystem::path& path);
 
 /// What a run of the quorblen program did.
 struct ProgramRun {
@@ -59,12 +69,27 @@ void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels
 ImageBuffer makeImage(int width, int height, int channels,
                       const std::function<float(int x, int y, int c)>& value);
 
-/// Sample (x, y, c) of `image`.
-inline float& at(ImageBuffer& image, int x, int y, int c) {
+/// A width x height x channels buffer whose every sample is `value`.
+inline ImageBuffer filledImage(int width, int height, int channels, float value) {
+    return makeImage(width, height, channels, [value](int, int, int) { return value; });
+}
+
+/// Sample (x, y, c) of `image`, writable through the buffer's array.
+inline float& at(const ImageBuffer& image, int x, int y, int c) {
     return image.data[y * image.stride + x * image.channels + c];
 }
-inline float at(const ImageBuffer& image, int x, int y, int c) {
-    return image.data[y * image.stride + x * image.channels + c];
-}
+
+/// The mean of 2x2 block (X, Y) of plane c, in double.
+double blockMean(const ImageBuffer& image, int X, int Y, int c);
+
+/// One row of samples per channel.
+using Planes = std::vector<std::vector<float>>;
+
+/// Row y, columns x .. r-1, of `channels` as `op` serves it through a host row, one vector
+/// per channel over columns 0 .. max(r, width)-1; columns `op` leaves alone keep -1.
+Planes pullRow(host::Iop& op, int y, int x, int r, host::ChannelSet channels, int width = 0);
+
+/// The names of the entries of `dir`, sorted.
+std::vector<std::string> fileNames(const std::filesystem::path& dir);
 
 }  // namespace quorblen::test
