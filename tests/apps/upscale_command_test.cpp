@@ -17,15 +17,10 @@ namespace {
 using namespace quorblen;
 using namespace quorblen::test;
 
-/// The photo the program ships with, as floats.
-ImageBuffer samplePhoto() {
-    return readFileImage(sourcePath("data/coffee.png")).pixels;
-}
-
-/// A `size` x `size` crop of `image` at (x0, y0).
-ImageBuffer crop(const ImageBuffer& image, int x0, int y0, int size) {
-    return makeImage(size, size, image.channels,
-                     [&](int x, int y, int c) { return at(image, x0 + x, y0 + y, c); });
+/// The top left `size` x `size` corner of the photo the program ships with, as floats.
+ImageBuffer photoCorner(int size) {
+    const ImageBuffer photo = readFileImage(sourcePath("data/coffee.png")).pixels;
+    return makeImage(size, size, 3, [&](int x, int y, int c) { return at(photo, x, y, c); });
 }
 
 /// The sum of squared differences of vertically adjacent samples of `image`: how rough it is.
@@ -61,7 +56,7 @@ TEST(UpscaleCommand, WritesTwiceTheSizeInTheInputsChannelsAndBitDepth) {
 // its input pixel, and flat areas smoother than the nearest-neighbour start.
 TEST(UpscaleCommand, KeepsBlockMeansAndSmoothsNoiseOnANoisyPhoto) {
     ScratchDir dir;
-    const ImageBuffer photo = samplePhoto();
+    const ImageBuffer photo = readFileImage(sourcePath("data/coffee.png")).pixels;
     std::mt19937 random(7);
     std::normal_distribution<float> noise(0.0f, 0.03f);
     const ImageBuffer alpha = makeImage(96, 96, 4, [&](int x, int y, int c) {
@@ -79,10 +74,8 @@ TEST(UpscaleCommand, KeepsBlockMeansAndSmoothsNoiseOnANoisyPhoto) {
 
     double worst = 0.0;
     for (int i = 0; i < 96 * 96 * 4; ++i) {
-        const int x = i / 4 % 96;
-        const int y = i / 4 / 96;
-        worst =
-            std::max(worst, std::abs(blockMean(out.pixels, x, y, i % 4) - at(alpha, x, y, i % 4)));
+        worst = std::max(
+            worst, std::abs(blockMean(out.pixels, i / 4 % 96, i / 4 / 96, i % 4) - alpha.data[i]));
     }
     // Float rounding of a handful of single-precision operations on values near 1.
     EXPECT_LT(worst, 1e-5);
@@ -94,13 +87,12 @@ TEST(UpscaleCommand, KeepsBlockMeansAndSmoothsNoiseOnANoisyPhoto) {
 
 TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
     ScratchDir dir;
-    writeFileImage(dir.path() / "in.png", crop(samplePhoto(), 0, 0, 8), {"R", "G", "B"}, "uint8");
-    struct Case {
+    writeFileImage(dir.path() / "in.png", photoCorner(8), {"R", "G", "B"}, "uint8");
+    const struct {
         std::vector<std::string> args;
         int exitCode;
         const char* message;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{"upscale", "missing.png", "out.png"}, 1, "missing.png"},
         {{"upscale", "in.png", "no/folder/out.png"}, 1, "does not exist"},
         {{"upscale", "in.png", "out.nosuchformat"}, 1, "no image format"},
@@ -110,7 +102,7 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
         {{"enlarge"}, 2, "unknown command"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const ProgramRun run = runQuorblen(c.args, dir.path());
         EXPECT_EQ(run.exitCode, c.exitCode) << c.args.back() << ": " << run.err;
         EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
@@ -125,7 +117,7 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
 // neither the output nor its temporary.
 TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
     ScratchDir dir;
-    writeFileImage(dir.path() / "in.png", crop(samplePhoto(), 0, 0, 256), {"R", "G", "B"}, "uint8");
+    writeFileImage(dir.path() / "in.png", photoCorner(256), {"R", "G", "B"}, "uint8");
     const std::string program = (binaryDir() / "quorblen").string();
     const pid_t child = fork();
     ASSERT_GE(child, 0);
@@ -140,8 +132,7 @@ TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
     kill(child, SIGINT);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
     EXPECT_EQ(fileNames(dir.path()), std::vector<std::string>{"in.png"});
 }
 

@@ -71,9 +71,7 @@ TEST(Knobs, AreListedInOrderAndSetByNameFromValidTextOnly) {
     EXPECT_FALSE(op.valid());
 }
 
-Op* makeTestIop(Node* node) {
-    return new TestIop(node);
-}
+constexpr auto makeTestIop = +[](Node* node) -> Op* { return new TestIop(node); };
 
 TEST(Registry, FindsDescriptionsAndIgnoresDuplicateNames) {
     EXPECT_EQ(Op::create("HostCoreTestOp", nullptr), nullptr);

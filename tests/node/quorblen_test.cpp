@@ -7,6 +7,7 @@
 #include <latch>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #include "host/Module.h"
 #include "host/OpWrapper.h"
@@ -77,6 +78,7 @@ protected:
     void revalidate() {
         wrapper.invalidate();
         wrapper.validate();
+        fractions.clear();
     }
     Planes pull(int y, int x, int r, ChannelSet channels) {
         return test::pullRow(wrapper, y, x, r, channels);
@@ -92,9 +94,8 @@ protected:
 
 TEST_F(QuorblenNode, HasItsDefaultsKnobsAndHelp) {
     EXPECT_STREQ(wrapper.Class(), "Quorblen");
-    EXPECT_EQ(node.iterations, 5);
-    EXPECT_EQ(node.lambda, 5.0);
-    EXPECT_EQ(node.regularization, 0.0001);
+    EXPECT_EQ(std::tuple(node.iterations, node.lambda, node.regularization),
+              std::tuple(5, 5.0, 0.0001));
     const std::vector<host::Knob>& knobs = wrapper.knob_list();
     ASSERT_EQ(knobs.size(), 3u);
     EXPECT_EQ(knobs[0].tooltip(),
@@ -115,9 +116,8 @@ TEST_F(QuorblenNode, HasItsDefaultsKnobsAndHelp) {
     // The knobs are bound to the node's own fields.
     EXPECT_TRUE(wrapper.set_knob("Iterations", "7") && wrapper.set_knob("Lambda", "0.5") &&
                 wrapper.set_knob("A", "0"));
-    EXPECT_EQ(node.iterations, 7);
-    EXPECT_EQ(node.lambda, 0.5);
-    EXPECT_EQ(node.regularization, 0.0);
+    EXPECT_EQ(std::tuple(node.iterations, node.lambda, node.regularization),
+              std::tuple(7, 0.5, 0.0));
 }
 
 TEST_F(QuorblenNode, DoublesTheFormatAsksForTheWholeInputAndDirtiesTheCache) {
@@ -161,7 +161,6 @@ TEST_F(QuorblenNode, SolvesPlaneByPlaneReportingEveryIteration) {
 
     // Iterations is read before every iteration: cut to 2 at the first, two steps per plane.
     revalidate();
-    fractions.clear();
     onUpdate = [this](std::size_t) { node.iterations = 2; };
     pull(0, 0, 16, Mask_RGB);
     EXPECT_EQ(fractions.size(), 6u);
@@ -170,16 +169,13 @@ TEST_F(QuorblenNode, SolvesPlaneByPlaneReportingEveryIteration) {
     // nearest-neighbour start, and nothing is served.
     node.iterations = 5;
     revalidate();
-    fractions.clear();
     onUpdate = [this](std::size_t n) { n == 5 ? node.abort() : void(); };
     EXPECT_EQ(pull(0, 0, 16, Mask_RGB)[0], std::vector<float>(16, -1.0f));
     EXPECT_EQ(fractions.size(), 5u);
     EXPECT_TRUE(node.dirty);
     int changed[3] = {0, 0, 0};
     for (int i = 0; i < 16 * 12 * 3; ++i) {
-        const int X = i / 3 % 16;
-        const int Y = i / 48;
-        changed[i % 3] += node.outputBuffer.data[i] != at(image, X / 2, Y / 2, i % 3);
+        changed[i % 3] += node.outputBuffer.data[i] != at(image, i / 3 % 16 / 2, i / 96, i % 3);
     }
     EXPECT_GT(changed[0], 0);
     EXPECT_EQ(changed[1] + changed[2], 0);

@@ -1,6 +1,7 @@
 // Helpers the tests share: paths, scratch folders and small synthetic images.
 #pragma once
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -77,6 +78,12 @@ inline ImageBuffer filledImage(int width, int height, int channels, float value)
 /// Sample (x, y, c) of `image`, writable through the buffer's array.
 inline float& at(const ImageBuffer& image, int x, int y, int c) {
     return image.data[y * image.stride + x * image.channels + c];
+}
+
+/// Whether two buffers have the same shape and bit-identical samples.
+inline bool sameImage(const ImageBuffer& a, const ImageBuffer& b) {
+    return a.width == b.width && a.height == b.height && a.channels == b.channels &&
+           std::memcmp(a.data, b.data, sizeof(float) * a.width * a.height * a.channels) == 0;
 }
 
 /// The mean of 2x2 block (X, Y) of plane c, in double.
