@@ -18,4 +18,7 @@ int runInpaint(const std::vector<std::string>& args);
 /// declares them; says so when the module cannot be loaded.
 void describeUpscaleKnobs(std::ostream& out);
 
+/// Lists the inpaint command's other options and its defaults for each method.
+void describeInpaintDefaults(std::ostream& out);
+
 }  // namespace quorblen::app

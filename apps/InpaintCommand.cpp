@@ -25,6 +25,9 @@ constexpr const char* sampleOutput = "coffee-inpainted.png";
 /// curvature of band pixels one pixel outside the hole, which must themselves be interior.
 constexpr int Margin = 2;
 
+/// The weight of a partly known pixel's own colour, for every method.
+constexpr double DefaultLambda = 5.0;
+
 /// A --method value and its defaults. The explicit elastica step is stable only for small
 /// time steps, more so with a small epsilon; its defaults hold on the sample photo's strokes
 /// with a factor of two to spare.
@@ -40,6 +43,26 @@ constexpr MethodChoice methodChoices[] = {
     {"elastica", Elastica, 2000, 0.1, 0.01},
     {"dual-tv", DualTV, 50, 0.01, 0.01},
 };
+
+}  // namespace
+
+void describeInpaintDefaults(std::ostream& out) {
+    out << "      --lambda L      weight of a partly known pixel's own colour (default "
+        << DefaultLambda
+        << ")\n"
+           "      --dump PATTERN  write the working crop after every iteration, e.g. d%03d.exr\n"
+           "      Defaults by method:\n";
+    for (const MethodChoice& choice : methodChoices) {
+        out << "        " << choice.name << ": " << choice.iterations << " iterations, epsilon "
+            << choice.epsilon;
+        if (choice.method == Elastica) {
+            out << ", time step " << choice.timeStep;
+        }
+        out << "\n";
+    }
+}
+
+namespace {
 
 /// The command line, checked.
 struct Settings {
@@ -86,7 +109,7 @@ Settings parseSettings(const std::vector<std::string>& args) {
     }
     settings.iterations =
         arguments.intValue("--iterations", settings.method.iterations, 0, 1000000);
-    settings.lambda = arguments.doubleValue("--lambda", 5.0, 0.0, 1e30);
+    settings.lambda = arguments.doubleValue("--lambda", DefaultLambda, 0.0, 1e30);
     settings.epsilon = arguments.doubleValue("--epsilon", settings.method.epsilon, 0.0, 1e30, true);
     settings.timeStep =
         arguments.doubleValue("--time-step", settings.method.timeStep, 0.0, 1e30, true);

@@ -35,8 +35,9 @@ const Command commands[] = {
     {"inpaint", runInpaint,
      "inpaint INPUT OUTPUT --mask MASK [--method tv|elastica|dual-tv] [--iterations N]\n"
      "        [--lambda L] [--epsilon E] [--time-step T] [--dump PATTERN]\n"
-     "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).",
-     nullptr},
+     "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).\n"
+     "      Without arguments: fill the bundled strokes over the sample photo.",
+     describeInpaintDefaults},
 };
 
 void printUsage(std::ostream& out, const Command& command) {
