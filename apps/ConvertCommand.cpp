@@ -1,13 +1,11 @@
 // quorblen convert: between raw files (.raw) and image files, either way.
-#include <algorithm>
-#include <cctype>
-#include <filesystem>
 #include <iostream>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
 #include "apps/ImageFiles.h"
 #include "apps/Rendering.h"
+#include "host/Write.h"
 #include "image/RawImageFile.h"
 
 namespace quorblen::app {
@@ -15,10 +13,7 @@ namespace {
 
 /// Whether `path` names a raw file: extension ".raw", in any case.
 bool isRawFile(const std::string& path) {
-    std::string extension = std::filesystem::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
-    return extension == ".raw";
+    return host::Write::file_type_of(path) == "raw";
 }
 
 /// Loads the raw file `path` into `image`. Throws CommandError when it cannot be read (readRaw

@@ -71,15 +71,8 @@ LoadedImage readImageFile(const std::string& path, const host::RenderOptions& op
     loaded.pixels.resize(read.format().width, read.format().height, planes);
     ImageBuffer& pixels = loaded.pixels;
     const bool complete = host::render(read, loaded.channels, options, [&](int y, host::Row& row) {
-        float* line = pixels.data + std::ptrdiff_t(y) * pixels.stride;
-        int k = 0;
-        for (host::Channel z : loaded.channels) {
-            const float* span = row[z];
-            for (int x = 0; x < pixels.width; ++x) {
-                line[x * planes + k] = span[x];
-            }
-            ++k;
-        }
+        row.interleave(loaded.channels, pixels.width,
+                       pixels.data + std::ptrdiff_t(y) * pixels.stride);
     });
     if (!complete) {
         throw CommandError(read.cancelled() ? "interrupted while reading " + path

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
+#include <iterator>
+#include <ranges>
 #include <vector>
 
 #include "host/Channel.h"
@@ -30,6 +33,21 @@ public:
 
     /// The span of channel `z` for reading.
     const float* operator[](Channel z) { return writable(z); }
+
+    /// Copies columns 0 .. width-1 of `channels`, in the order they are given, into `line`
+    /// interleaved: the k-th channel of pixel x goes to line[x * count + k].
+    template <class Channels>
+    void interleave(const Channels& channels, int width, float* line) {
+        const std::ptrdiff_t count = std::ranges::distance(channels);
+        std::ptrdiff_t k = 0;
+        for (Channel z : channels) {
+            const float* span = writable(z);
+            for (int x = 0; x < width; ++x) {
+                line[x * count + k] = span[x];
+            }
+            ++k;
+        }
+    }
 
     /// Sets `channels` to zero over the whole row.
     void erase(const ChannelSet& channels);

@@ -67,14 +67,18 @@ void Write::knobs(Knob_Closure& f) {
     Tooltip(f, "JPEG quality from 0 to 1.");
 }
 
-void Write::set_file_type_from_filename() {
-    std::string extension = std::filesystem::path(m_file).extension().string();
+std::string Write::file_type_of(const std::string& filename) {
+    std::string extension = std::filesystem::path(filename).extension().string();
     if (!extension.empty()) {
         extension.erase(0, 1);
     }
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
-    m_file_type = extension;
+    return extension;
+}
+
+void Write::set_file_type_from_filename() {
+    m_file_type = file_type_of(m_file);
 }
 
 bool Write::knows_file_type(const std::string& filename) {
@@ -116,13 +120,8 @@ bool Write::execute() {
     const std::size_t nchannels = order.size();
     std::vector<float> pixels(std::size_t(width) * std::size_t(height) * nchannels);
     const bool rendered = render(*in, channels, m_options, [&](int y, Row& row) {
-        float* line = pixels.data() + std::size_t(y) * std::size_t(width) * nchannels;
-        for (std::size_t k = 0; k < nchannels; ++k) {
-            const float* span = row[order[k]];
-            for (int x = 0; x < width; ++x) {
-                line[std::size_t(x) * nchannels + k] = span[x];
-            }
-        }
+        row.interleave(order, width,
+                       pixels.data() + std::size_t(y) * std::size_t(width) * nchannels);
     });
     if (!rendered) {
         return false;

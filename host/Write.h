@@ -29,9 +29,11 @@ public:
     void file(const char* name) { m_file = name != nullptr ? name : ""; }
     const std::string& file() const { return m_file; }
 
-    /// Sets the file type from the file name's extension (lower case, without the dot);
-    /// empty when the name has none.
+    /// Sets the file type from the file name: `file_type_of(file())`.
     void set_file_type_from_filename();
+    /// The file type a name asks for: its extension in lower case, without the dot; empty
+    /// when the name has none.
+    static std::string file_type_of(const std::string& filename);
     /// The chosen file type; null when none is set.
     const char* file_type() const { return m_file_type.empty() ? nullptr : m_file_type.c_str(); }
 

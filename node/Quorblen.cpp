@@ -92,15 +92,7 @@ void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& chan
         if (op.aborted()) {
             return;
         }
-        float* line = buffer.data + static_cast<std::ptrdiff_t>(y) * buffer.stride;
-        int k = 0;
-        for (host::Channel z : channels) {
-            const float* span = row[z];
-            for (int x = 0; x < W; ++x) {
-                line[x * n + k] = span[x];
-            }
-            ++k;
-        }
+        row.interleave(channels, W, buffer.data + static_cast<std::ptrdiff_t>(y) * buffer.stride);
     }
 }
 
