@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 
@@ -9,6 +10,10 @@
 #include "tv/Offsets.h"
 
 namespace quorblen::detail {
+
+/// The pixel and its four neighbours, in the order the stencil sums are taken in.
+inline constexpr std::array<Offset, 5> FivePointStencil{
+    {{0, 0}, NeighbourOffsets[0], NeighbourOffsets[1], NeighbourOffsets[2], NeighbourOffsets[3]}};
 
 /// Index of sample c of pixel (x, y) in image.data.
 inline std::ptrdiff_t sampleIndex(const ImageBuffer& image, std::ptrdiff_t x, std::ptrdiff_t y,
@@ -67,6 +72,20 @@ inline double curvatureAt(const PlaneAt& u, double eps2) {
         sum += static_cast<double>(e.d) / std::sqrt(g * g + eps2);
     }
     return sum;
+}
+
+/// Gradient magnitude from the four one-sided differences at the pixel (right, left, down, up):
+/// squares summed in single precision in that order, the root taken in double and scaled by
+/// sqrt(1/2) rounded to float, stored as float.
+inline float stencilGradientMagnitude(const PlaneAt& u) {
+    constexpr double RootHalf = static_cast<double>(0.70710677f);
+    const float uq = u(0, 0);
+    const float d0 = u(+1, 0) - uq;
+    const float d1 = uq - u(-1, 0);
+    const float d2 = u(0, +1) - uq;
+    const float d3 = uq - u(0, -1);
+    const float sum = ((d0 * d0 + d1 * d1) + d2 * d2) + d3 * d3;
+    return static_cast<float>(std::sqrt(static_cast<double>(sum)) * RootHalf);
 }
 
 /// The square of epsilon taken in single precision, then widened.
