@@ -16,9 +16,9 @@ double inpaintElasticaTextureSynthesis(const ImageBuffer& src, ImageBuffer& img,
     assert(src.width == img.width && src.height == img.height);
     assert(src.channels > AlphaChannel && img.channels > AlphaChannel);
     assert(maskChannel >= 0 && maskChannel < src.channels);
-    ListConsumer pass{pix_list};
+    ListConsumer pass(img, pix_list);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!pass.next(img, forward)) {
+        if (!pass.next(forward)) {
             break;
         }
         assert(keepsMargin(img, pass.x, pass.y, std::max(2, patchRadius)));
@@ -32,7 +32,7 @@ double inpaintElasticaTextureSynthesis(const ImageBuffer& src, ImageBuffer& img,
                 return elasticaPatchScore(probe, src, img, img, cx, cy, patchRadius, patchWeight);
             });
         copyColour(src, choice.x, choice.y, img, pass.x, pass.y);
-        setAlpha(img, pass.x, pass.y, 0.5f);
+        pass.order.setAlpha(img, pass.x, pass.y, 0.5f);
         pass.record(src, choice);
     }
     // The region counts as unknown again for the next pass, which starts from these colours.

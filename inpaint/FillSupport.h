@@ -10,6 +10,7 @@
 
 #include "image/ImageBuffer.h"
 #include "inpaint/ElasticaEnergy.h"
+#include "inpaint/FillOrder.h"
 #include "inpaint/KernelSupport.h"
 #include "inpaint/Measures.h"
 #include "inpaint/PixelList.h"
@@ -125,42 +126,21 @@ Choice searchCandidates(const ImageBuffer& bounds, std::int64_t x, std::int64_t 
     return best;
 }
 
-/// The next pixel of a pass that fills level by level: scans the whole list, from the front
-/// when `forward` and from the back otherwise, for the entry whose alpha in `image` passes
-/// atLevel(alpha) and whose pixelPriority in `image` is the highest, strictly above 0.0 (the
-/// first met wins ties). Writes its coordinates to x and y and returns true; returns false,
-/// leaving them, when no entry qualifies.
-template <class AtLevel>
-bool selectAtLevel(const ImageBuffer& image, const PixelList& pix_list, bool forward,
-                   AtLevel atLevel, std::uint32_t& x, std::uint32_t& y) {
-    double best = 0.0;
-    bool found = false;
-    const std::size_t n = pix_list.size();
-    for (std::size_t i = 0; i < n; ++i) {
-        const PixelEntry& entry = pix_list[forward ? i : n - 1 - i];
-        if (!atLevel(sampleAt(image, entry.x, entry.y, AlphaChannel))) {
-            continue;
-        }
-        const double priority = pixelPriority(image, entry.x, entry.y);
-        if (priority > best) {
-            best = priority;
-            x = entry.x;
-            y = entry.y;
-            found = true;
-        }
-    }
-    return found;
-}
-
 /// The level test of the passes that fill the pixels at alpha `level`, within tolerance.
 inline auto approxLevel(float level) {
     return [level](float alpha) { return approxEqual(alpha, level); };
 }
 
 /// The state of a pass that consumes its list: each step takes the entry of highest priority
-/// (highestPriorityPixel over the active part), moves it behind the active part and fills it.
+/// (as highestPriorityPixel selects it over the active part), moves it behind the active part
+/// and fills it. The pass writes the alphas of `image` through `order` only.
 struct ListConsumer {
+    ListConsumer(const ImageBuffer& image, PixelList& list)
+        : image(image), list(list), order(image, list) {}
+
+    const ImageBuffer& image;
     PixelList& list;
+    FillOrder order;
     std::int32_t last = static_cast<std::int32_t>(list.size()) - 1;
     std::int32_t changed = 0;
     double maxChange = 0.0;
@@ -170,12 +150,17 @@ struct ListConsumer {
 
     /// Selects the next pixel and swaps its entry (tag and all) with the last active one,
     /// which it replaces. Returns false, changing nothing, when nothing is selected.
-    bool next(const ImageBuffer& image, bool forward) {
-        const std::uint32_t index = highestPriorityPixel(image, list, last, forward, x, y);
+    bool next(bool forward) {
+        const std::uint32_t index = order.best(forward);
         if (index == NoPixel) {
+            // highestPriorityPixel finds nothing either, and reports it.
+            highestPriorityPixel(image, list, last, forward, x, y);
             return false;
         }
+        x = list[index].x;
+        y = list[index].y;
         std::swap(list[index], list[static_cast<std::size_t>(last)]);
+        order.retire(index, static_cast<std::uint32_t>(last));
         --last;
         return true;
     }

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <functional>
+#include <utility>
 
 #include "inpaint/FillSupport.h"
 
@@ -16,12 +18,14 @@ using namespace detail;
 /// The working state of one three-source pass.
 class ThreeSourcePass {
 public:
-    /// `epsilon` and `curvatureWeight` serve the elastica-scored passes, which also need the
-    /// energy copy.
+    /// The pass fills the entries of pix_list whose alpha passes atLevel(alpha). `epsilon` and
+    /// `curvatureWeight` serve the elastica-scored passes, which also need the energy copy.
     ThreeSourcePass(const ImageBuffer& src, const ImageBuffer& extraSrc1,
-                    const ImageBuffer& extraSrc2, int maskChannel, int patchRadius, bool withEnergy,
-                    double epsilon = 0.0, double curvatureWeight = 0.0)
+                    const ImageBuffer& extraSrc2, const PixelList& pix_list,
+                    std::function<bool(float)> atLevel, int maskChannel, int patchRadius,
+                    bool withEnergy, double epsilon = 0.0, double curvatureWeight = 0.0)
         : fill(src),
+          order(fill, pix_list, std::move(atLevel)),
           energy(withEnergy ? src : ImageBuffer()),
           colour{&src, &extraSrc1, &extraSrc2},
           compare{&fill, &extraSrc1, &extraSrc2},
@@ -36,6 +40,8 @@ public:
 
     /// Holds the fills and alphas of the pass; source 0 is compared on it.
     ImageBuffer fill;
+    /// The fill order over the fill copy's alphas, which are written through it.
+    FillOrder order;
     /// Where the elastica-scored passes try candidate colours; empty otherwise.
     ImageBuffer energy;
     /// The sources in their order, and the image each is compared on.
@@ -48,11 +54,8 @@ public:
 
     const ImageBuffer& src() const { return *colour[0]; }
 
-    /// Selects the next pixel among those whose alpha in the fill copy passes atLevel(alpha).
-    template <class AtLevel>
-    bool select(const PixelList& pix_list, bool forward, AtLevel atLevel) {
-        return selectAtLevel(fill, pix_list, forward, atLevel, x, y);
-    }
+    /// Selects the next pixel to fill; false when none is at the level.
+    bool select(bool forward) { return order.select(forward, x, y); }
 
     /// Asserts the margin the pixel being filled keeps from the edges of `src`.
     void assertMargin([[maybe_unused]] int margin) const {
@@ -87,7 +90,7 @@ public:
     void apply(const Choice& choice, float alpha, ImageBuffer& out, bool markOut) {
         const ImageBuffer& from = *colour[static_cast<std::size_t>(choice.source)];
         copyColour(from, choice.x, choice.y, fill, x, y);
-        setAlpha(fill, x, y, alpha);
+        order.setAlpha(fill, x, y, alpha);
         if (energy.data != nullptr) {
             copyColour(from, choice.x, choice.y, energy, x, y);
         }
@@ -113,14 +116,14 @@ double inpaintMultiSourceSynthesis(const ImageBuffer* /*ignored*/, const ImageBu
                                    int searchRadius, int patchRadius, bool forward,
                                    float /*ignoredValue*/, double iteration) {
     assert(covers(out, src, AlphaChannel + 1));
-    ThreeSourcePass pass(src, extraSrc1, extraSrc2, maskChannel, patchRadius, false);
-    const float levelIn = alphaLevel(iteration);
+    ThreeSourcePass pass(src, extraSrc1, extraSrc2, pix_list, approxLevel(alphaLevel(iteration)),
+                         maskChannel, patchRadius, false);
     const float levelOut = alphaLevel(iteration + 1.0);
     bool picked = false;
     int source = 0;
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         // Without a pixel at the level the step treats the previous pick again, if any.
-        picked = pass.select(pix_list, forward, approxLevel(levelIn)) || picked;
+        picked = pass.select(forward) || picked;
         if (!picked) {
             continue;
         }
@@ -144,10 +147,11 @@ double inpaintWeightedElasticaSynthesis(const ImageBuffer* /*ignored*/,
                                         double curvatureWeight, double /*ignoredValue*/,
                                         double patchWeight) {
     assert(covers(out, src, 3));
-    ThreeSourcePass pass(src, extraSrc1, extraSrc2, maskChannel, patchRadius, true, epsilon,
-                         curvatureWeight);
+    ThreeSourcePass pass(
+        src, extraSrc1, extraSrc2, pix_list, [](float alpha) { return alpha == 1.0f; }, maskChannel,
+        patchRadius, true, epsilon, curvatureWeight);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!pass.select(pix_list, forward, [](float alpha) { return alpha == 1.0f; })) {
+        if (!pass.select(forward)) {
             break;
         }
         pass.assertMargin(2);
@@ -173,12 +177,11 @@ double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
     // A best patch this close is taken as it is; above it single pixels may lower the energy.
     constexpr double CloseMatch = 0.0005;
     assert(covers(out, src, AlphaChannel + 1));
-    ThreeSourcePass pass(src, extraSrc1, extraSrc2, maskChannel, patchRadius, true, epsilon,
-                         curvatureWeight);
-    const float levelIn = alphaLevel(iteration);
+    ThreeSourcePass pass(src, extraSrc1, extraSrc2, pix_list, approxLevel(alphaLevel(iteration)),
+                         maskChannel, patchRadius, true, epsilon, curvatureWeight);
     const float levelOut = alphaLevel(iteration + 1.0);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!pass.select(pix_list, forward, approxLevel(levelIn))) {
+        if (!pass.select(forward)) {
             break;
         }
         pass.assertMargin(2);

@@ -19,10 +19,10 @@ double inpaintTextureElastica(const ImageBuffer* /*ignored*/, ImageBuffer& src,
     assert(src.width == new_img.width && src.height == new_img.height);
     assert(src.channels > AlphaChannel && maskChannel >= 0 && maskChannel < new_img.channels);
     const float level = alphaLevel(iteration + 1.0);
-    ListConsumer pass{pix_list};
+    ListConsumer pass(new_img, pix_list);
     // One step fewer than entries: the entry left at the front is only marked below.
     for (std::size_t step = 1; step < pix_list.size(); ++step) {
-        if (!pass.next(new_img, forward)) {
+        if (!pass.next(forward)) {
             break;
         }
         assert(keepsMargin(new_img, pass.x, pass.y, 2));
@@ -33,7 +33,7 @@ double inpaintTextureElastica(const ImageBuffer* /*ignored*/, ImageBuffer& src,
             src, pass.x, pass.y, searchRadius, 1, 1, probe.current(),
             [&](int cx, int cy, int) { return maskHere > sampleAt(new_img, cx, cy, maskChannel); },
             [&](int cx, int cy, int) { return probe.tryColour(new_img, cx, cy); });
-        setAlpha(new_img, pass.x, pass.y, level);
+        pass.order.setAlpha(new_img, pass.x, pass.y, level);
         // Judged by the colours of new_img, written from src.
         copyColour(src, donor.x, donor.y, new_img, pass.x, pass.y);
         pass.record(src, donor);

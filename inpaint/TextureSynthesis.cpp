@@ -20,14 +20,14 @@ double inpaintTextureSynthesis(const ImageBuffer& src, ImageBuffer& out, int mas
     // Priorities, levels and patches are read from the copy, which holds every fill at once;
     // colours always come from `src`.
     ImageBuffer fill(src);
-    const float levelIn = alphaLevel(iteration);
     const float levelOut = alphaLevel(iteration + 1.0);
     std::int32_t changed = 0;
     double maxChange = 0.0;
+    FillOrder order(fill, pix_list, approxLevel(alphaLevel(iteration)));
     std::uint32_t x = 0;
     std::uint32_t y = 0;
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!selectAtLevel(fill, pix_list, forward, approxLevel(levelIn), x, y)) {
+        if (!order.select(forward, x, y)) {
             break;
         }
         assert(keepsMargin(src, x, y, std::max(1, patchRadius)));
@@ -39,7 +39,7 @@ double inpaintTextureSynthesis(const ImageBuffer& src, ImageBuffer& out, int mas
             [&](int cx, int cy, int) { return patchScore(fill, x, y, fill, cx, cy, patchRadius); });
         changed += match.found;
         copyColour(src, match.x, match.y, fill, x, y);
-        setAlpha(fill, x, y, levelOut);
+        order.setAlpha(fill, x, y, levelOut);
         copyColour(src, match.x, match.y, out, x, y);
         setAlpha(out, x, y, levelOut);
         maxChange = trackColourChange(maxChange, src, x, y, src, match.x, match.y);

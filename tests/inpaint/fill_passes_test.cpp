@@ -7,6 +7,7 @@
 #include <set>
 #include <string>
 
+#include "inpaint/FillOrder.h"
 #include "inpaint/Inpaint.h"
 #include "tests/support/TestImages.h"
 
@@ -191,6 +192,26 @@ TEST(FillPasses, ConsumedListsEndInReverseFillOrder) {
     const auto tags = [](const PixelList& l) { return std::array{l[0].tag, l[1].tag, l[2].tag}; };
     EXPECT_EQ(tags(flipped), (std::array{2, 1, 0}));
     EXPECT_EQ(tags(fixed), (std::array{1, 2, 0}));
+}
+
+TEST(FillOrder, SelectsWhatTheScanSelects) {
+    // A 12 x 12 hole filled in the consuming order, the direction turning every step: each
+    // fill changes the priorities around it, and many priorities tie.
+    PixelList list;
+    for (std::uint32_t i = 0; i < 144; ++i) {
+        list.push_back({2 + i % 12, 2 + i / 12, -1});
+    }
+    ImageBuffer image = scene(16, 16, list, 1.0f);
+    detail::FillOrder order(image, list);
+    for (std::int32_t last = 143; last >= 0; --last) {
+        std::uint32_t x = 0;
+        std::uint32_t y = 0;
+        const std::uint32_t index = highestPriorityPixel(image, list, last, last % 2, x, y);
+        ASSERT_EQ(order.best(last % 2), index) << last;
+        std::swap(list[index], list[std::size_t(last)]);
+        order.retire(index, std::uint32_t(last));
+        order.setAlpha(image, x, y, 0.5f);
+    }
 }
 
 TEST(FillPasses, FallbackTakesCloseMatchesAsTheyAre) {
