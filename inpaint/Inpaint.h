@@ -8,3 +8,4 @@
 #include "inpaint/Measures.h"
 #include "inpaint/PixelList.h"
 #include "inpaint/Priority.h"
+#include "inpaint/Recipe.h"
