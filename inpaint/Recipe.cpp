@@ -84,12 +84,18 @@ void checkSource(const char* what, const ImageBuffer* source, const ImageBuffer&
 
 /// The largest minus the smallest colour sample of the known pixels of `work`, or 1 when they
 /// are all equal: no stable step moves a pixel by more in one iteration.
+/// Throws std::invalid_argument when a known sample is not a finite number, which no step
+/// could diffuse.
 double knownRange(const ImageBuffer& work) {
     float low = HUGE_VALF;
     float high = -HUGE_VALF;
     for (int i = 0; i < work.width * work.height; ++i) {
         const float* pixel = work.data + std::ptrdiff_t(i) * work.channels;
         if (pixel[WorkAlpha] == 0.0f) {
+            if (!std::isfinite(pixel[0] + pixel[1] + pixel[2])) {
+                throw std::invalid_argument(
+                    "the image holds samples that are not finite numbers next to the hole");
+            }
             low = std::min({low, pixel[0], pixel[1], pixel[2]});
             high = std::max({high, pixel[0], pixel[1], pixel[2]});
         }
@@ -134,10 +140,12 @@ ImageBuffer diffuse(const ImageBuffer& start, int method, const RecipeOptions& o
             log << name << ": " << it << " iterations; largest change of the last " << norm << "\n";
             return work;
         }
-        if (backOffs == MaxBackOffs) {
-            throw std::runtime_error(std::string("the ") + name +
-                                     " flow diverges even at time step " +
-                                     std::to_string(timeStep) + "; try a larger epsilon");
+        // Only the explicit elastica flow has a step to shorten.
+        if (method != Elastica || backOffs == MaxBackOffs) {
+            throw std::runtime_error(
+                std::string("the ") + name + " fill diverged" +
+                (method == Elastica ? " even at time step " + std::to_string(timeStep) : "") +
+                "; try a larger epsilon");
         }
         timeStep /= 2;
         iterations = std::min(iterations, std::numeric_limits<int>::max() / 2) * 2;

@@ -61,6 +61,8 @@ TEST(InpaintRecipe, RefusesBadInput) {
     const ImageBuffer other = photoCrop(1);
     const ImageBuffer smaller = test::filledImage(40, 40, 3, 0.5f);
     const ImageBuffer everything = test::filledImage(48, 40, 1, 1.0f);
+    ImageBuffer notANumber = photoCrop(3);
+    at(notANumber, 20, 20, 1) = NAN;
     const auto with = [](auto change) {
         RecipeOptions options = recipeDefaults(InpaintRecipe::TV);
         change(options);
@@ -77,6 +79,7 @@ TEST(InpaintRecipe, RefusesBadInput) {
         {image, everything, with([](RecipeOptions&) {}), "nothing to fill from"},
         {test::filledImage(48, 40, 5, 0.0f), holeMask(), with([](RecipeOptions&) {}),
          "5 colour channels"},
+        {notANumber, holeMask(), with([](RecipeOptions&) {}), "not finite numbers"},
         {image, holeMask(), with([](RecipeOptions& o) { o.searchRadius = 0; }),
          "search-radius must be at least 1 and at most 100, not 0"},
         {image, holeMask(), with([](RecipeOptions& o) { o.patchRadius = 21; }), "patch-radius"},
