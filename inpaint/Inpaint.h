@@ -11,6 +11,7 @@
 #include "inpaint/MultiSourceSynthesis.h"
 #include "inpaint/PixelList.h"
 #include "inpaint/Priority.h"
+#include "inpaint/Recipe.h"
 #include "inpaint/TextureElastica.h"
 #include "inpaint/TextureSynthesis.h"
 #include "inpaint/TextureTV.h"
