@@ -1,5 +1,7 @@
-// One step of the total-variation solver that refines a 2x enlargement.
+// The total-variation solver that refines a 2x enlargement: one step, and the whole solve.
 #pragma once
+
+#include <functional>
 
 #include "image/ImageBuffer.h"
 
@@ -29,5 +31,30 @@ namespace quorblen {
 /// differences are left out, and an empty estimate gives 0.0.
 double tvUpscaleStep(const ImageBuffer& reference, ImageBuffer& estimate, ImageBuffer& work,
                      int channel, float lambda, float epsilon);
+
+/// The knobs of a whole solve.
+struct TvUpscaleSettings {
+    int iterations = 5;       // TV steps per plane; 0 leaves the nearest-neighbour enlargement
+    float lambda = 5.0f;      // as for tvUpscaleStep
+    float epsilon = 0.0001f;  // as for tvUpscaleStep
+    int threads = 0;          // threads to solve on; 0 means one per core
+};
+
+/// What a whole solve asks its caller and tells it. Both are called only on the thread that
+/// called the solve, never concurrently; either may be empty.
+struct TvUpscaleMonitor {
+    std::function<bool()> aborted;         // polled a few times per band of rows: true stops
+    std::function<void(double)> progress;  // fraction done, non-decreasing, 1 at the end
+};
+
+/// Enlarges `reference` (w x h) into `estimate` (2w x 2h, as many planes): every plane becomes
+/// the nearest-neighbour enlargement refined by `settings.iterations` TV steps, the same bits as
+/// filling `estimate` with that enlargement and calling tvUpscaleStep on each plane (outer) and
+/// iteration (inner). Runs the iterations as a wavefront over overlapping tiles, so that one
+/// sweep over memory serves several iterations, on `settings.threads` threads; no work image.
+/// Preconditions (asserted): the sizes above, `reference` and `estimate` distinct.
+/// Returns false when `monitor.aborted` stopped the solve, leaving `estimate` partly written.
+bool tvUpscale(const ImageBuffer& reference, ImageBuffer& estimate,
+               const TvUpscaleSettings& settings, const TvUpscaleMonitor& monitor = {});
 
 }  // namespace quorblen
