@@ -32,15 +32,16 @@ ImageBuffer noisyRamps(int width, int height) {
     return image;
 }
 
-/// Arguments: input width and height. Each iteration marks the node dirty again and asks for
-/// row 0, which computes the whole result: input pull, enlargement and 5 solver steps on
-/// each of the three planes.
+/// Arguments: input width and height, and the threads the host gives the node. Each iteration
+/// marks the node dirty again and asks for row 0, which computes the whole result: input pull
+/// and 5 solver steps on each of the three planes.
 void BM_QuorblenUpscale(benchmark::State& state) {
     const int width = int(state.range(0));
     const int height = int(state.range(1));
     ImageBuffer input = noisyRamps(width, height);
     Quorblen node(nullptr);
     node.set_input(0, &input);
+    node.set_render_threads(int(state.range(2)));
     host::Row row(0, 2 * width);
     for (auto _ : state) {
         node.invalidate();
@@ -53,10 +54,12 @@ void BM_QuorblenUpscale(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * std::int64_t(4) * width * height);
 }
 BENCHMARK(BM_QuorblenUpscale)
-    ->ArgNames({"width", "height"})
-    ->Args({1920, 1080})
-    ->Args({3840, 2160})
-    ->Unit(benchmark::kMillisecond);
+    ->ArgNames({"width", "height", "threads"})
+    ->ArgsProduct({{1920}, {1080}, {1, 2}})
+    ->ArgsProduct({{3840}, {2160}, {1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime();
 
 }  // namespace
 }  // namespace quorblen
