@@ -114,17 +114,23 @@ bool TileSolver::solve(const Pass& pass, const BlockRect& tile, PassState& state
         return reference.data + static_cast<std::ptrdiff_t>(e.y0 + b) * reference.stride +
                static_cast<std::ptrdiff_t>(e.x0) * planes + c;
     };
-    // Row y of the extent as the pass begins, of plane c.
-    const auto fill = [&](int y, int c, float* dst) {
+    // Block row b of plane c of the extent as the pass begins: rows 2b and 2b + 1.
+    const auto fill = [&](int b, int c, float* dst0, float* dst1) {
         if (pass.fromReference) {
-            const float* src = referenceRow(y / 2, c);
-            for (int x = 0; x < width; ++x) {
-                dst[x] = src[static_cast<std::ptrdiff_t>(x / 2) * planes];
+            const float* src = referenceRow(b, c);
+            for (int X = 0; X < e.width(); ++X) {
+                const float a = src[static_cast<std::ptrdiff_t>(X) * planes];
+                dst0[2 * X] = a;
+                dst0[2 * X + 1] = a;
             }
-        } else {
+            std::copy_n(dst0, width, dst1);
+            return;
+        }
+        for (int i = 0; i < 2; ++i) {
             const float* src = estimate.data +
-                               static_cast<std::ptrdiff_t>(2 * e.y0 + y) * estimate.stride +
+                               static_cast<std::ptrdiff_t>(2 * (e.y0 + b) + i) * estimate.stride +
                                static_cast<std::ptrdiff_t>(2 * e.x0) * planes + c;
+            float* dst = i == 0 ? dst0 : dst1;
             for (int x = 0; x < width; ++x) {
                 dst[x] = src[static_cast<std::ptrdiff_t>(x) * planes];
             }
@@ -148,8 +154,8 @@ bool TileSolver::solve(const Pass& pass, const BlockRect& tile, PassState& state
     for (int t = 0; t < e.height() + m_depth - 1; ++t) {
         for (int c = 0; c < planes; ++c) {
             TvSweep* sweeps = &m_sweeps[static_cast<std::size_t>(c) * m_depth];
-            for (int y = t == 0 ? 0 : 2 * t + 2; y <= 2 * t + 3 && y < height; ++y) {
-                fill(y, c, sweeps[0].input(y));
+            for (int b = t == 0 ? 0 : t + 1; b <= t + 1 && b < e.height(); ++b) {
+                fill(b, c, sweeps[0].input(2 * b), sweeps[0].input(2 * b + 1));
             }
             for (int s = 0; s < m_depth; ++s) {
                 const int b = t - s;
@@ -237,13 +243,16 @@ bool runPass(const Pass& pass, const std::vector<BlockRect>& tiles, int threads,
     std::vector<TileSolver> solvers(threads,
                                     TileSolver(pass.estimate.channels, pass.depth, 2 * capacity));
     PassState state;
-    const auto work = [&](TileSolver& solver, auto&& onRow) {
-        for (std::size_t i = state.nextTile++; i < tiles.size(); i = state.nextTile++) {
+    const auto work = [&](TileSolver& solver, std::size_t first, auto&& onRow) {
+        for (std::size_t i = first; i < tiles.size(); i = state.nextTile++) {
             if (!solver.solve(pass, tiles[i], state, onRow)) {
                 return;
             }
         }
     };
+    // This thread takes its first tile before the helpers start, so that it polls the
+    // monitor from the start however fast they are.
+    const std::size_t own = state.nextTile++;
 
     std::mutex mutex;
     std::condition_variable finished;
@@ -251,7 +260,7 @@ bool runPass(const Pass& pass, const std::vector<BlockRect>& tiles, int threads,
     std::vector<std::jthread> helpers;
     for (int i = 1; i < threads; ++i) {
         helpers.emplace_back([&, i] {
-            work(solvers[i], [] {});
+            work(solvers[i], state.nextTile++, [] {});
             {
                 std::scoped_lock lock(mutex);
                 --running;
@@ -259,7 +268,7 @@ bool runPass(const Pass& pass, const std::vector<BlockRect>& tiles, int threads,
             finished.notify_one();
         });
     }
-    work(solvers[0], [&] { poll(state); });
+    work(solvers[0], own, [&] { poll(state); });
     // Keep polling while the helpers finish their last tiles, so that an abort stays prompt.
     for (;;) {
         {
