@@ -18,7 +18,7 @@ namespace detail {
 namespace {
 
 /// The iterations one pass runs as a wavefront; each keeps its own scratch rows per plane.
-constexpr int PassDepth = 8;
+constexpr int PassDepth = 16;
 /// The widest tile, in blocks (input pixels): the scratch rows of every plane and iteration of
 /// a tile this wide stay in one core's own cache.
 constexpr int TileBlocks = 256;

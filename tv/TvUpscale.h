@@ -32,26 +32,28 @@ namespace quorblen {
 double tvUpscaleStep(const ImageBuffer& reference, ImageBuffer& estimate, ImageBuffer& work,
                      int channel, float lambda, float epsilon);
 
-/// The knobs of a whole solve.
+/// The knobs of a whole solve (the node holds their defaults).
 struct TvUpscaleSettings {
-    int iterations = 5;       // TV steps per plane; 0 leaves the nearest-neighbour enlargement
-    float lambda = 5.0f;      // as for tvUpscaleStep
-    float epsilon = 0.0001f;  // as for tvUpscaleStep
-    int threads = 0;          // threads to solve on; 0 means one per core
+    int iterations = 0;    // TV steps per plane (>= 0); 0 leaves the nearest-neighbour start
+    float lambda = 0.0f;   // as for tvUpscaleStep
+    float epsilon = 0.0f;  // as for tvUpscaleStep
+    int threads = 0;       // threads to solve on; 0 means one per core
 };
 
 /// What a whole solve asks its caller and tells it. Both are called only on the thread that
 /// called the solve, never concurrently; either may be empty.
 struct TvUpscaleMonitor {
-    std::function<bool()> aborted;         // polled a few times per band of rows: true stops
+    std::function<bool()> aborted;         // polled after every block row: true stops
     std::function<void(double)> progress;  // fraction done, non-decreasing, 1 at the end
 };
 
 /// Enlarges `reference` (w x h) into `estimate` (2w x 2h, as many planes): every plane becomes
 /// the nearest-neighbour enlargement refined by `settings.iterations` TV steps, the same bits as
 /// filling `estimate` with that enlargement and calling tvUpscaleStep on each plane (outer) and
-/// iteration (inner). Runs the iterations as a wavefront over overlapping tiles, so that one
-/// sweep over memory serves several iterations, on `settings.threads` threads; no work image.
+/// iteration (inner). The iterations run as a wavefront, so that one sweep over memory serves
+/// up to sixteen of them: the first sweep over overlapping tiles on `settings.threads` threads,
+/// any later one (more than sixteen iterations) on the calling thread alone. Needs no work
+/// image, only scratch rows.
 /// Preconditions (asserted): the sizes above, `reference` and `estimate` distinct.
 /// Returns false when `monitor.aborted` stopped the solve, leaving `estimate` partly written.
 bool tvUpscale(const ImageBuffer& reference, ImageBuffer& estimate,

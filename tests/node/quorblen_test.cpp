@@ -163,7 +163,7 @@ TEST_F(QuorblenNode, ServesTheStepByStepResultOnEveryThreadCount) {
     // solver takes in one sweep.
     const Case cases[] = {{1, 1, 3, 5, 5.0},
                           {2, 1, 4, 1, 5.0},
-                          {1, 2, 3, 9, 0.0},
+                          {1, 2, 3, 17, 0.0},
                           {7, 5, 3, 5, 5.0},
                           {13, 11, 4, 3, 0.5}};
     for (const Case& k : cases) {

@@ -135,7 +135,7 @@ TEST(TvUpscale, EqualsTheStepRunOnEachPlaneAndIteration) {
         float lambda;
     };
     // One- and two-pixel sides, widths that fill no whole vector, bands with their halos
-    // (37 rows), strips (530 columns), and more iterations than one pass solves (9, 17).
+    // (37 rows), strips (530 columns), and more iterations than one pass solves (17).
     const Case cases[] = {{1, 1, 3, 5, 5.0f},   {1, 2, 1, 1, 5.0f},   {2, 1, 3, 3, 0.0f},
                           {2, 2, 2, 5, 5.0f},   {3, 5, 3, 5, 5.0f},   {7, 3, 4, 2, 0.5f},
                           {13, 9, 3, 9, 5.0f},  {40, 37, 3, 5, 0.0f}, {530, 3, 3, 5, 5.0f},
