@@ -84,11 +84,16 @@ ImageBuffer randomImage(int width, int height, int channels, std::mt19937& rng) 
     return test::makeImage(width, height, channels, [&](int, int, int) { return value(rng); });
 }
 
+struct KernelSet {
+    const char* name;
+    const detail::RowKernels& kernels;
+};
+
 /// The kernel sets this processor runs.
-std::vector<const detail::RowKernels*> kernelSets() {
-    std::vector<const detail::RowKernels*> sets{&detail::sseRowKernels};
+std::vector<KernelSet> kernelSets() {
+    std::vector<KernelSet> sets{{"SSE", detail::sseRowKernels}};
     if (detail::avx2Available()) {
-        sets.push_back(&detail::avx2RowKernels);
+        sets.push_back({"AVX2", detail::avx2RowKernels});
     }
     return sets;
 }
@@ -108,10 +113,8 @@ TEST(TvUpscaleStep, MatchesPixelByPixelVersionBitForBit) {
         const ImageBuffer reference = randomImage(k.refWidth, k.refHeight, 3, rng);
         const ImageBuffer start = randomImage(k.width, k.height, 3, rng);
         const ImageBuffer startWork = randomImage(k.width, k.height, k.workChannels, rng);
-        for (const detail::RowKernels* kernels : kernelSets()) {
-            SCOPED_TRACE(testing::Message()
-                         << k.width << "x" << k.height << " kernels "
-                         << (kernels == &detail::sseRowKernels ? "SSE" : "AVX2"));
+        for (const KernelSet& set : kernelSets()) {
+            SCOPED_TRACE(testing::Message() << k.width << "x" << k.height << " " << set.name);
             ImageBuffer fast = start;
             ImageBuffer plain = start;
             ImageBuffer fastWork = startWork;
@@ -119,7 +122,7 @@ TEST(TvUpscaleStep, MatchesPixelByPixelVersionBitForBit) {
             for (int step = 0; step < 3; ++step) {
                 const float lambda = step == 2 ? 0.0f : DefaultLambda;
                 const double fastChange = detail::tvUpscaleStepWith(
-                    *kernels, reference, fast, fastWork, 1, lambda, DefaultEpsilon);
+                    set.kernels, reference, fast, fastWork, 1, lambda, DefaultEpsilon);
                 EXPECT_EQ(fastChange,
                           plainStep(reference, plain, plainWork, 1, lambda, DefaultEpsilon));
                 ASSERT_TRUE(test::sameImage(fast, plain)) << "step " << step;
@@ -143,17 +146,16 @@ TEST(TvUpscale, EqualsTheStepRunOnEachPlaneAndIteration) {
     std::mt19937 rng(11);
     for (const Case& k : cases) {
         const ImageBuffer reference = randomImage(k.width, k.height, k.planes, rng);
-        for (const detail::RowKernels* kernels : kernelSets()) {
+        for (const KernelSet& set : kernelSets()) {
             const ImageBuffer expected = test::upscaledStepByStep(reference, k.iterations, k.lambda,
-                                                                  DefaultEpsilon, *kernels);
+                                                                  DefaultEpsilon, set.kernels);
             for (int threads : {1, 2, 3}) {
                 SCOPED_TRACE(testing::Message()
                              << k.width << "x" << k.height << " x" << k.iterations << " on "
-                             << threads << " threads, kernels "
-                             << (kernels == &detail::sseRowKernels ? "SSE" : "AVX2"));
+                             << threads << " threads, " << set.name);
                 ImageBuffer solved(expected.width, expected.height, k.planes);
                 const TvUpscaleSettings settings{k.iterations, k.lambda, DefaultEpsilon, threads};
-                ASSERT_TRUE(detail::tvUpscaleWith(*kernels, reference, solved, settings, {}));
+                ASSERT_TRUE(detail::tvUpscaleWith(set.kernels, reference, solved, settings, {}));
                 EXPECT_TRUE(test::sameImage(solved, expected));
             }
         }
@@ -181,7 +183,7 @@ TEST(TvUpscale, ReportsToTheCallingThreadAndStopsWhenAborted) {
     EXPECT_GT(fractions.size(), 10u);
     EXPECT_EQ(fractions.back(), 1.0);
 
-    // Stopped at the first poll: the helpers stop too.
+    // Stopped at the first poll, the solve gives up.
     stopAt = 1;
     polls = 0;
     EXPECT_FALSE(tvUpscale(reference, estimate, {5, 5.0f, DefaultEpsilon, 3}, monitor));
