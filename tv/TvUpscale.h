@@ -13,9 +13,9 @@ namespace quorblen {
 ///     double precision and stored as float into `work` plane 0 (every pixel).
 ///  2. For interior pixels (1 <= x <= W-2, 1 <= y <= H-2), a smoothed value in single
 ///     precision balancing the four neighbours, weighted by the approximate reciprocal
-///     (SSE rcpps) of their magnitudes, against fidelity to the block's reference pixel;
-///     the border frame (rows 0 and H-1, columns 0 and W-1) takes its current estimate
-///     value. All of it goes into `work` plane 1.
+///     (rcpps, four or eight lanes at once) of their magnitudes, against fidelity to the
+///     block's reference pixel; the border frame (rows 0 and H-1, columns 0 and W-1) takes
+///     its current estimate value. All of it goes into `work` plane 1.
 ///  3. Each of the (W/2) x (H/2) 2x2 blocks of `work` plane 1 is shifted so that its mean
 ///     equals reference pixel (X, Y), and written into `estimate`. With an odd W or H the
 ///     last column or row lies in no block and keeps its value.
