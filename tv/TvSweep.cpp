@@ -9,7 +9,7 @@ namespace quorblen::detail {
 TvSweep::TvSweep(int capacity)
     : m_pitch(RowLeftPad + capacity + RowRightPad),
       // Padding lanes never reach an image; starting them at 1.0 keeps their arithmetic finite.
-      m_samples(static_cast<std::size_t>(m_pitch) * 15, 1.0f) {}
+      m_samples(static_cast<std::size_t>(m_pitch) * Slots, 1.0f) {}
 
 void TvSweep::gradientOf(const RowKernels& kernels, int y, double epsilonSquared) {
     // The neighbour outside the image is the pixel itself.
@@ -17,7 +17,7 @@ void TvSweep::gradientOf(const RowKernels& kernels, int y, double epsilonSquared
     centre[-1] = centre[0];
     centre[m_width] = centre[m_width - 1];
     kernels.gradientRow(input(std::max(y - 1, 0)), centre, input(std::min(y + 1, m_height - 1)),
-                        m_width, epsilonSquared, row(8 + (y & 3)));
+                        m_width, epsilonSquared, row(GradientSlots + (y & 3)));
 }
 
 void TvSweep::sweep(const RowKernels& kernels, int b, const float* reference, int referenceStep,
@@ -31,13 +31,13 @@ void TvSweep::sweep(const RowKernels& kernels, int b, const float* reference, in
         gradientOf(kernels, y, epsilonSquared);
     }
     const bool wholeBlockRow = top + 1 < m_height;
-    float* target = row(14);
+    float* target = row(TargetSlot);
     if (wholeBlockRow) {
         kernels.blockTargetRow(reference, referenceStep, input(top), input(top + 1), m_width / 2,
                                target);
     }
     for (int y = top; y <= top + 1 && y < m_height; ++y) {
-        float* v = row(12 + (y & 1));
+        float* v = row(SmoothedSlots + (y & 1));
         if (y == 0 || y == m_height - 1 || m_width < 3) {
             // The border frame is not smoothed, only block-corrected.
             std::copy_n(input(y), m_width, v);

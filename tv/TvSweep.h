@@ -30,8 +30,8 @@ public:
     /// once block row b is swept.
     float* input(int y) { return row(y & 7); }
     /// The gradient magnitudes and smoothed values of row y after the sweep of its block row.
-    const float* gradient(int y) { return row(8 + (y & 3)); }
-    const float* smoothed(int y) { return row(12 + (y & 1)); }
+    const float* gradient(int y) { return row(GradientSlots + (y & 3)); }
+    const float* smoothed(int y) { return row(SmoothedSlots + (y & 1)); }
 
     /// Sweeps block row b, after block row b - 1: the magnitudes of rows 2b+1 and 2b+2 (of row
     /// 0 first when b is 0), the smoothed rows 2b and 2b+1 (the border frame keeps its input
@@ -41,6 +41,13 @@ public:
                float lambda, double epsilonSquared, float* out0, float* out1);
 
 private:
+    // Rings of eight input rows (block row b reads five and the next two arrive meanwhile),
+    // four rows of magnitudes and two smoothed rows, then the block targets.
+    static constexpr int GradientSlots = 8;
+    static constexpr int SmoothedSlots = 12;
+    static constexpr int TargetSlot = 14;
+    static constexpr int Slots = 15;
+
     float* row(int slot) {
         return m_samples.data() + static_cast<std::ptrdiff_t>(slot) * m_pitch + RowLeftPad;
     }
@@ -49,7 +56,6 @@ private:
     int m_pitch;
     int m_width = 0;
     int m_height = 0;
-    // Eight input rows, four of magnitudes, two smoothed and one of block targets.
     std::vector<float> m_samples;
 };
 
