@@ -48,6 +48,7 @@ void reportingErrors(Op& op, Body&& body) {
 bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
             const RowSink& sink) {
     op.clear_abort();
+    op.set_render_threads(std::max(1, options.threads));
     reportingErrors(op, [&] { op.validate(true); });
     if (op.aborted()) {
         return false;

@@ -18,8 +18,9 @@ struct RenderOptions {
 /// Receives row y once it is complete. Called concurrently for different rows.
 using RowSink = std::function<void(int y, Row& row)>;
 
-/// Renders `op`: clears the tree's abort state, validates `op`, requests its format area in
-/// `channels`, and pulls rows 0 .. height-1 of its format (columns 0 .. width-1) on
+/// Renders `op`: clears the tree's abort state, gives its operators `options.threads` threads
+/// for whole-image computations (Op::render_threads), validates `op`, requests its format area
+/// in `channels`, and pulls rows 0 .. height-1 of its format (columns 0 .. width-1) on
 /// `options.threads` threads; columns and rows outside the operator's box are zeros.
 /// Every finished row goes to `sink`. An interrupt cancels the tree (the user's stop); an
 /// operator's error aborts it. Returns true when every row was delivered, false when the

@@ -1,6 +1,7 @@
 // The Quorblen node: registration, knobs, validation, and the cached whole-image engine.
 #include "node/Quorblen.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "host/OpWrapper.h"
@@ -96,56 +97,28 @@ void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& chan
     }
 }
 
-namespace {
-
-/// Every 2x2 block of `output` (twice the size of `input`, same planes) becomes a copy of
-/// its input pixel.
-void enlargeNearest(const ImageBuffer& input, ImageBuffer& output) {
-    const int n = output.channels;
-    for (int Y = 0; Y < output.height; ++Y) {
-        const float* src = input.data + static_cast<std::ptrdiff_t>(Y / 2) * input.stride;
-        float* dst = output.data + static_cast<std::ptrdiff_t>(Y) * output.stride;
-        for (int X = 0; X < output.width; ++X) {
-            for (int c = 0; c < n; ++c) {
-                dst[X * n + c] = src[(X / 2) * n + c];
-            }
-        }
-    }
-}
-
-}  // namespace
-
 bool Quorblen::computeResult(const host::ChannelSet& channels) {
     std::scoped_lock lock(cacheMutex);
-    // Another thread may have finished while this one waited for the lock. A request with
-    // more channels than the cache holds needs the cache rebuilt with its own set.
-    if (!dirty.load(std::memory_order_acquire) && channels.size() <= outputBuffer.channels) {
+    // Another thread may have finished while this one waited for the lock.
+    if (!dirty.load(std::memory_order_acquire)) {
         return !aborted();
     }
-    // The buffers are about to change: whatever happens next, the old result is gone.
-    dirty.store(true, std::memory_order_release);
-    fillBuffer(*this, inputBuffer, channels);
+    host::ChannelSet planes = channels;
+    planes += input0().channels();
+    fillBuffer(*this, inputBuffer, planes);
     if (aborted()) {
         return false;
     }
     outputBuffer.resize(2 * inputBuffer.width, 2 * inputBuffer.height, inputBuffer.channels);
-    enlargeNearest(inputBuffer, outputBuffer);
-    workBuffer.resize(outputBuffer.width, outputBuffer.height, 2);
-
-    // Planes outer, iterations inner; `iterations` is re-read before every iteration.
-    const int planes = outputBuffer.channels;
-    for (int c = 0; c < planes; ++c) {
-        for (int i = 0; i < iterations; ++i) {
-            if (aborted()) {
-                return false;
-            }
-            // The knobs hold doubles; the solver works in single precision.
-            tvUpscaleStep(inputBuffer, outputBuffer, workBuffer, c, static_cast<float>(lambda),
-                          static_cast<float>(regularization));
-            progress_fraction((double(c) * iterations + i + 1) / (double(planes) * iterations));
-        }
+    // The knobs hold doubles; the solver works in single precision.
+    const TvUpscaleSettings settings{iterations, static_cast<float>(lambda),
+                                     static_cast<float>(regularization), render_threads()};
+    const TvUpscaleMonitor monitor{[this] { return aborted(); },
+                                   [this](double fraction) { progress_fraction(fraction); }};
+    if (!tvUpscale(inputBuffer, outputBuffer, settings, monitor)) {
+        return false;
     }
-    cachedPlanes.store(planes, std::memory_order_release);
+    cachedPlanes = planes;
     dirty.store(false, std::memory_order_release);
     return !aborted();
 }
@@ -155,18 +128,20 @@ void Quorblen::engine(int y, int x, int r, const host::ChannelSet& channels, hos
         input0().get(y, x, r, channels, row);
         return;
     }
-    if (dirty.load(std::memory_order_acquire) ||
-        channels.size() > cachedPlanes.load(std::memory_order_acquire)) {
-        if (!computeResult(channels)) {
-            return;
-        }
+    if (dirty.load(std::memory_order_acquire) && !computeResult(channels)) {
+        return;
     }
     assert(y >= 0 && y < outputBuffer.height && x >= 0 && r <= outputBuffer.width);
     const float* line = outputBuffer.data + static_cast<std::ptrdiff_t>(y) * outputBuffer.stride;
-    int k = 0;
-    for (host::Channel z : channels) {
-        copyPlaneToRow(line, outputBuffer.channels, k, x, r, row.writable(z));
-        ++k;
+    int plane = 0;
+    for (host::Channel z : cachedPlanes) {
+        if (channels.contains(z)) {
+            copyPlaneToRow(line, outputBuffer.channels, plane, x, r, row.writable(z));
+        }
+        ++plane;
+    }
+    for (host::Channel z : channels - cachedPlanes) {
+        std::fill(row.writable(z) + x, row.writable(z) + r, 0.0f);
     }
 }
 

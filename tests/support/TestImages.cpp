@@ -100,6 +100,20 @@ ImageBuffer makeImage(int width, int height, int channels,
     return image;
 }
 
+ImageBuffer upscaledStepByStep(const ImageBuffer& reference, int iterations, float lambda,
+                               float epsilon, const detail::RowKernels& kernels) {
+    ImageBuffer estimate =
+        makeImage(2 * reference.width, 2 * reference.height, reference.channels,
+                  [&](int x, int y, int c) { return at(reference, x / 2, y / 2, c); });
+    ImageBuffer work(estimate.width, estimate.height, 2);
+    for (int c = 0; c < estimate.channels; ++c) {
+        for (int i = 0; i < iterations; ++i) {
+            detail::tvUpscaleStepWith(kernels, reference, estimate, work, c, lambda, epsilon);
+        }
+    }
+    return estimate;
+}
+
 double blockMean(const ImageBuffer& image, int X, int Y, int c) {
     return (double(at(image, 2 * X, 2 * Y, c)) + at(image, 2 * X + 1, 2 * Y, c) +
             at(image, 2 * X, 2 * Y + 1, c) + at(image, 2 * X + 1, 2 * Y + 1, c)) /
@@ -116,6 +130,16 @@ Planes pullRow(host::Iop& op, int y, int x, int r, host::ChannelSet channels, in
     Planes planes;
     for (host::Channel z : channels) {
         planes.emplace_back(row[z], row[z] + width);
+    }
+    return planes;
+}
+
+Planes rowOf(const ImageBuffer& image, int y, int count) {
+    Planes planes(count);
+    for (int c = 0; c < count; ++c) {
+        for (int x = 0; x < image.width; ++x) {
+            planes[c].push_back(at(image, x, y, c));
+        }
     }
     return planes;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "image/ImageBuffer.h"
+#include "tv/RowKernels.h"
 
 namespace quorblen::test {
 
@@ -86,6 +87,12 @@ inline bool sameImage(const ImageBuffer& a, const ImageBuffer& b) {
            std::memcmp(a.data, b.data, sizeof(float) * a.width * a.height * a.channels) == 0;
 }
 
+/// `reference` enlarged one TV step at a time: the nearest-neighbour enlargement, then
+/// `iterations` steps with `kernels` on each plane, planes outer.
+ImageBuffer upscaledStepByStep(const ImageBuffer& reference, int iterations, float lambda,
+                               float epsilon,
+                               const detail::RowKernels& kernels = detail::fastestRowKernels());
+
 /// The mean of 2x2 block (X, Y) of plane c, in double.
 double blockMean(const ImageBuffer& image, int X, int Y, int c);
 
@@ -95,6 +102,9 @@ using Planes = std::vector<std::vector<float>>;
 /// Row y, columns x .. r-1, of `channels` as `op` serves it through a host row, one vector
 /// per channel over columns 0 .. max(r, width)-1; columns `op` leaves alone keep -1.
 Planes pullRow(host::Iop& op, int y, int x, int r, host::ChannelSet channels, int width = 0);
+
+/// Row y of the first `count` planes of `image`, one vector per plane.
+Planes rowOf(const ImageBuffer& image, int y, int count);
 
 /// The names of the entries of `dir`, sorted.
 std::vector<std::string> fileNames(const std::filesystem::path& dir);
