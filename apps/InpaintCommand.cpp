@@ -76,11 +76,14 @@ struct Settings {
     double epsilon = 0.0;
     double timeStep = 0.0;
     std::string dump;  // Boost.Format pattern, or empty
+    OutputChoices choices;
 };
 
 Settings parseSettings(const std::vector<std::string>& args) {
-    const Arguments arguments(args, {"--mask", "--method", "--iterations", "--lambda", "--epsilon",
-                                     "--time-step", "--dump"});
+    std::vector<std::string> options = {"--mask",    "--method",    "--iterations", "--lambda",
+                                        "--epsilon", "--time-step", "--dump"};
+    options.insert(options.end(), outputOptions.begin(), outputOptions.end());
+    const Arguments arguments(args, options);
     Settings settings;
     settings.sample = arguments.positional().empty();
     if (settings.sample) {
@@ -127,6 +130,7 @@ Settings parseSettings(const std::vector<std::string>& args) {
         }
         checkWritableImagePath(first);
     }
+    settings.choices = outputChoices(arguments, settings.output);
     checkWritableImagePath(settings.output);
     return settings;
 }
@@ -335,8 +339,7 @@ int runInpaint(const std::vector<std::string>& args) {
     }
 
     InterruptGuard interruptGuard;
-    if (!writeImageFile(input.pixels, input.channels, settings.output, input.datatype,
-                        renderOptions(1, nullptr))) {
+    if (!writeImageFile(input, settings.output, settings.choices, renderOptions(1, nullptr))) {
         std::cerr << "quorblen inpaint: interrupted; " << settings.output << " was not written\n";
         return ExitInterrupted;
     }

@@ -6,6 +6,7 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/ImageFiles.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ struct Command {
 const Command commands[] = {
     {"upscale", runUpscale,
      "upscale INPUT OUTPUT [--iterations N] [--lambda L] [--a A] [--threads N]\n"
+     "        [-d TYPE] [--compression NAME]\n"
      "      Enlarge INPUT to twice its width and height, smoothing noise in flat areas\n"
      "      while keeping edges; every 2x2 block of OUTPUT keeps its input pixel's mean.\n"
      "      --iterations N  the node's Iterations: solver iterations per channel\n"
@@ -29,12 +31,13 @@ const Command commands[] = {
      "      --threads N     render threads (default: one per core)",
      describeUpscaleKnobs},
     {"convert", runConvert,
-     "convert INPUT OUTPUT\n"
+     "convert INPUT OUTPUT [-d TYPE] [--compression NAME]\n"
      "      Convert between the raw format (.raw) and image files, both ways.",
      nullptr},
     {"inpaint", runInpaint,
      "inpaint INPUT OUTPUT --mask MASK [--method tv|elastica|dual-tv] [--iterations N]\n"
      "        [--lambda L] [--epsilon E] [--time-step T] [--dump PATTERN]\n"
+     "        [-d TYPE] [--compression NAME]\n"
      "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).\n"
      "      Without arguments: fill the bundled strokes over the sample photo.",
      describeInpaintDefaults},
@@ -54,6 +57,8 @@ void printHelp(std::ostream& out) {
     for (const Command& command : commands) {
         printUsage(out, command);
     }
+    out << "\nOutput options of every command:\n";
+    describeOutputOptions(out);
 }
 
 }  // namespace
@@ -82,6 +87,7 @@ int main(int argc, char** argv) {
             if (arg == "--help" || arg == "-h") {
                 std::cout << "usage: quorblen\n";
                 printUsage(std::cout, command);
+                describeOutputOptions(std::cout);
                 return ExitOk;
             }
         }

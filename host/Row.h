@@ -34,16 +34,16 @@ public:
     /// The span of channel `z` for reading.
     const float* operator[](Channel z) { return writable(z); }
 
-    /// Copies columns 0 .. width-1 of `channels`, in the order they are given, into `line`
-    /// interleaved: the k-th channel of pixel x goes to line[x * count + k].
+    /// Copies columns x .. r-1 of `channels`, in the order they are given, into `line`
+    /// interleaved: the k-th channel of column X goes to line[(X - x) * count + k].
     template <class Channels>
-    void interleave(const Channels& channels, int width, float* line) {
+    void interleave(const Channels& channels, int x, int r, float* line) {
         const std::ptrdiff_t count = std::ranges::distance(channels);
         std::ptrdiff_t k = 0;
         for (Channel z : channels) {
             const float* span = writable(z);
-            for (int x = 0; x < width; ++x) {
-                line[x * count + k] = span[x];
+            for (int X = x; X < r; ++X) {
+                line[(X - x) * count + k] = span[X];
             }
             ++k;
         }

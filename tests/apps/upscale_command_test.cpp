@@ -5,11 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
+#include <fstream>
 #include <random>
 #include <thread>
 
+#include "host/Read.h"
 #include "support/TestImages.h"
 
 namespace {
@@ -17,10 +21,11 @@ namespace {
 using namespace quorblen;
 using namespace quorblen::test;
 
-/// The top left `size` x `size` corner of the photo the program ships with, as floats.
-ImageBuffer photoCorner(int size) {
+/// The top left `width` x `height` corner of the photo the program ships with, as floats.
+ImageBuffer photoCorner(int width, int height = 0) {
     const ImageBuffer photo = readFileImage(sourcePath("data/coffee.png")).pixels;
-    return makeImage(size, size, 3, [&](int x, int y, int c) { return at(photo, x, y, c); });
+    return makeImage(width, height > 0 ? height : width, 3,
+                     [&](int x, int y, int c) { return at(photo, x, y, c); });
 }
 
 /// The sum of squared differences of vertically adjacent samples of `image`: how rough it is.
@@ -32,24 +37,80 @@ double roughness(const ImageBuffer& image) {
     return sum;
 }
 
-TEST(UpscaleCommand, WritesTwiceTheSizeInTheInputsChannelsAndBitDepth) {
+/// The label "oiio:ColorSpace" of `path` as the host's reader sees it.
+std::string colourSpaceOf(const std::filesystem::path& path) {
+    host::Read read(nullptr);
+    read.file(path.string());
+    read.validate(true);
+    const host::MetaValue* label = read.info().metadata().find("oiio:ColorSpace");
+    return label != nullptr && label->texts.size() == 1 ? label->texts[0] : "";
+}
+
+TEST(UpscaleCommand, WritesTheInputsTypeOrTheOneAskedFor) {
     ScratchDir dir;
     // Without arguments: the bundled 8-bit photo, to a file the program names.
     const ProgramRun run = runQuorblen({}, dir.path());
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("coffee-2x.png"), std::string::npos) << run.out;
     const FileImage photo = readFileImage(dir.path() / "coffee-2x.png");
-    EXPECT_EQ(std::pair(photo.pixels.width, photo.pixels.height), std::pair(1200, 800));
-    EXPECT_EQ(photo.datatype, "uint8");
+    EXPECT_EQ(std::tuple(photo.pixels.width, photo.pixels.height, photo.datatype),
+              std::tuple(1200, 800, "uint8"));
 
-    // A 16-bit grey one keeps its single channel and its bit depth.
-    const ImageBuffer grey16 =
-        makeImage(40, 40, 1, [&](int x, int y, int) { return at(photo.pixels, x, y, 1); });
-    writeFileImage(dir.path() / "grey16.png", grey16, {"Y"}, "uint16");
-    ASSERT_EQ(runQuorblen({"upscale", "grey16.png", "out.png"}, dir.path()).exitCode, 0);
-    const FileImage grey = readFileImage(dir.path() / "out.png");
-    EXPECT_EQ(std::tuple(grey.pixels.width, grey.pixels.channels, grey.datatype),
-              std::tuple(80, 1, "uint16"));
+    writeFileImage(
+        dir.path() / "grey16.png",
+        makeImage(12, 10, 1, [&](int x, int y, int) { return at(photo.pixels, x, y, 1); }), {"Y"},
+        "uint16");
+    writeFileImage(dir.path() / "rgb8.png", photoCorner(12), {"R", "G", "B"}, "uint8");
+    const struct {
+        const char* input;
+        const char* output;
+        std::vector<std::string> options;
+        const char* datatype;
+    } cases[] = {
+        // The input's type where the file type holds it, the nearest where it does not.
+        {"grey16.png", "grey.png", {}, "uint16"},
+        {"rgb8.png", "default.exr", {}, "half"},
+        {"rgb8.png", "uint8.tif", {"-d", "uint8"}, "uint8"},
+        {"rgb8.png", "uint16.png", {"--data-type", "uint16"}, "uint16"},
+        {"rgb8.png", "float.exr", {"--data-type=float"}, "float"},
+        {"float.exr", "half.exr", {"-d", "half", "--compression", "piz"}, "half"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args{"upscale", c.input, c.output, "--iterations", "2"};
+        args.insert(args.end(), c.options.begin(), c.options.end());
+        const ProgramRun upscaled = runQuorblen(args, dir.path());
+        ASSERT_EQ(upscaled.exitCode, 0) << upscaled.err;
+        const FileImage out = readFileImage(dir.path() / c.output);
+        EXPECT_EQ(out.datatype, c.datatype) << c.output;
+        EXPECT_EQ(out.channelNames.size(), c.input == std::string("grey16.png") ? 1u : 3u);
+        // The PNGs' values stay sRGB-encoded, and say so.
+        EXPECT_EQ(colourSpaceOf(dir.path() / c.output), "sRGB") << c.output;
+    }
+    EXPECT_EQ(readFileImage(dir.path() / "half.exr").layout.attributes.at("compression"), "piz");
+    // Float keeps what the solver computed, which the half-float file rounds.
+    EXPECT_FALSE(sameImage(readFileImage(dir.path() / "float.exr").pixels,
+                           readFileImage(dir.path() / "default.exr").pixels));
+}
+
+// An EXR whose data window lies inside a larger display window: both double in place, and
+// the file's metadata comes along, sizes in pixels doubled.
+TEST(UpscaleCommand, DoublesAnExrsWindowsInPlaceAndKeepsItsMetadata) {
+    ScratchDir dir;
+    const FileLayout layout{{3, 5, 27, 21},
+                            {-2, 0, 40, 30},
+                            {{"Shot", "abc123"}, {"PixelAspectRatio", "2"}, {"XResolution", "72"}}};
+    writeFileImage(dir.path() / "in.exr", photoCorner(24, 16), {"R", "G", "B"}, "half", layout);
+    const ProgramRun run =
+        runQuorblen({"upscale", "in.exr", "out.exr", "--iterations", "1"}, dir.path());
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const FileImage out = readFileImage(dir.path() / "out.exr");
+    EXPECT_EQ(out.datatype, "half");
+    EXPECT_EQ(out.layout.dataWindow, (host::Box{6, 10, 54, 42}));
+    EXPECT_EQ(out.layout.displayWindow, (host::Box{-4, 0, 80, 60}));
+    for (const auto& [name, value] :
+         {std::pair{"Shot", "abc123"}, {"PixelAspectRatio", "2"}, {"XResolution", "144"}}) {
+        EXPECT_EQ(out.layout.attributes.at(name), value) << name;
+    }
 }
 
 // The main promise on a real, noisy photo: twice the size, every 2x2 block mean equal to
@@ -101,6 +162,16 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         {{"upscale", "in.png"}, 2, "INPUT and an OUTPUT"},
         {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
         {{"enlarge"}, 2, "unknown command"},
+        {{"upscale", "in.png", "out.exr", "-d", "int7"},
+         2,
+         "--data-type must be uint8, uint16, half or float, not \"int7\""},
+        {{"upscale", "in.png", "out.exr", "--compression", "zip:10"},
+         2,
+         "--compression must be one of none, rle, zip[:1-9], zips[:1-9], piz"},
+        {{"convert", "in.png", "out.png", "--compression", "zip"},
+         2,
+         "out.png has no compression to choose"},
+        {{"inpaint", "in.png", "out.png", "--mask", "alpha", "-d", "double"}, 2, "--data-type"},
     };
     for (const auto& c : cases) {
         const ProgramRun run = runQuorblen(c.args, dir.path());
@@ -128,7 +199,12 @@ TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
         }
         _exit(127);
     }
-    std::this_thread::sleep_for(std::chrono::seconds(1));
+    // The writer opens its temporary file once the render is under way and Ctrl-C is the
+    // program's to handle.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (fileNames(dir.path()).size() < 2 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     kill(child, SIGINT);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
