@@ -7,6 +7,7 @@
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
 #include "apps/ImageFiles.h"
+#include "apps/LibraryLines.h"
 
 namespace {
 
@@ -64,6 +65,7 @@ void printHelp(std::ostream& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    filterLibraryLines();
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string name = "upscale";
     if (!args.empty()) {
