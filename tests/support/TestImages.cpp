@@ -96,14 +96,8 @@ void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels
     spec.channelnames = channelNames;
     spec.x = layout.dataWindow.x;
     spec.y = layout.dataWindow.y;
-    const host::Box& display =
-        layout.displayWindow.empty()
-            ? host::Box{spec.x, spec.y, spec.x + spec.width, spec.y + spec.height}
-            : layout.displayWindow;
-    spec.full_x = display.x;
-    spec.full_y = display.y;
-    spec.full_width = display.w();
-    spec.full_height = display.h();
+    const host::Box& d = layout.displayWindow;
+    spec.set_roi_full(d.empty() ? spec.roi() : OIIO::ROI(d.x, d.r, d.y, d.t));
     spec.tile_width = spec.tile_height = layout.tileSize;
     for (const auto& [name, value] : layout.attributes) {
         // Numbers (PixelAspectRatio, XResolution) as floats, anything else as text.
