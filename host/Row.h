@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <iterator>
 #include <ranges>
@@ -36,8 +37,10 @@ public:
 
     /// Copies columns x .. r-1 of `channels`, in the order they are given, into `line`
     /// interleaved: the k-th channel of column X goes to line[(X - x) * count + k].
+    /// x .. r-1 must lie inside the row's own span.
     template <class Channels>
     void interleave(const Channels& channels, int x, int r, float* line) {
+        assert(x >= m_x && r <= m_r);
         const std::ptrdiff_t count = std::ranges::distance(channels);
         std::ptrdiff_t k = 0;
         for (Channel z : channels) {
