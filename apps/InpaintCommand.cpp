@@ -90,10 +90,12 @@ struct Settings {
     const RecipeInfo* method = nullptr;
     RecipeOptions options{};
     std::string sources[2];  // --source2, --source3; empty: INPUT itself
+    OutputChoices choices;
 };
 
 Settings parseSettings(const std::vector<std::string>& args) {
     std::vector<std::string> valueOptions{"--mask", "--method", "--source2", "--source3"};
+    valueOptions.insert(valueOptions.end(), outputOptions.begin(), outputOptions.end());
     for (const RecipeParameter& parameter : recipeParameters()) {
         valueOptions.push_back(flagOf(parameter));
     }
@@ -143,6 +145,7 @@ Settings parseSettings(const std::vector<std::string>& args) {
     }
     settings.sources[0] = arguments.value("--source2").value_or("");
     settings.sources[1] = arguments.value("--source3").value_or("");
+    settings.choices = outputChoices(arguments, settings.output);
     checkWritableImagePath(settings.output);
     return settings;
 }
@@ -229,7 +232,7 @@ ImageBuffer readSource(const std::string& path, const LoadedImage& input,
 
 int runInpaint(const std::vector<std::string>& args) {
     Settings settings = parseSettings(args);
-    const LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
+    LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
     const ImageBuffer hole = readHole(settings, input);
     ImageBuffer sources[2];
     const ImageBuffer** sourceFields[2] = {&settings.options.source2, &settings.options.source3};
@@ -241,16 +244,14 @@ int runInpaint(const std::vector<std::string>& args) {
     }
 
     const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
-    ImageBuffer filled;
     try {
-        filled = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::cerr);
+        input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::cerr);
     } catch (const std::invalid_argument& e) {
         throw CommandError(settings.input + ": " + e.what());
     }
 
     InterruptGuard interruptGuard;
-    if (!writeImageFile(filled, input.channels, settings.output, input.datatype,
-                        renderOptions(1, nullptr))) {
+    if (!writeImageFile(input, settings.output, settings.choices, renderOptions(1, nullptr))) {
         std::cerr << "quorblen inpaint: interrupted; " << settings.output << " was not written\n";
         return ExitInterrupted;
     }

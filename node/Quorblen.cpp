@@ -48,6 +48,21 @@ const char* Quorblen::node_help() const {
            "noise present in the small image will make it to the larger image.";
 }
 
+namespace {
+
+/// Metadata that count pixels: image sizes, and densities in pixels per unit, which double
+/// so that the enlarged image keeps its physical size.
+constexpr const char* pixelCountAttributes[] = {
+    "Exif:PixelXDimension", "Exif:PixelYDimension",       "XResolution",
+    "YResolution",          "Exif:FocalPlaneXResolution", "Exif:FocalPlaneYResolution",
+};
+
+host::Box doubled(const host::Box& box) {
+    return host::Box{2 * box.x, 2 * box.y, 2 * box.r, 2 * box.t};
+}
+
+}  // namespace
+
 void Quorblen::_validate(bool /*for_real*/) {
     copy_info();
     const host::Iop* in = input(0);
@@ -55,10 +70,19 @@ void Quorblen::_validate(bool /*for_real*/) {
     const int w = inputFormat.r - inputFormat.x;
     const int h = inputFormat.t - inputFormat.y;
 
+    // The display window doubles in place, its offset included.
     outputFormat = host::Format(2 * w, 2 * h, inputFormat.pixel_aspect);
+    static_cast<host::Box&>(outputFormat) = doubled(inputFormat);
     outputFormat.name = "";
     info_().format(outputFormat);
     info_().full_size_format(outputFormat);
+    for (const char* name : pixelCountAttributes) {
+        if (host::MetaValue* value = info_().metadata().find(name)) {
+            for (double& number : value->numbers) {
+                number *= 2.0;
+            }
+        }
+    }
 
     if (isIdentity()) {
         set_out_channels(host::Mask_None);
@@ -67,33 +91,37 @@ void Quorblen::_validate(bool /*for_real*/) {
     set_out_channels(host::Mask_All);
     // Every validation invalidates the cache, changed or not: the next row recomputes.
     dirty.store(true, std::memory_order_release);
-    info_().set(host::Box{0, 0, 2 * w, 2 * h});
+    // The input's data window is the box the node enlarges, in place like the format.
+    info_().set(doubled(in != nullptr ? in->info().box() : host::Box{}));
 }
 
 void Quorblen::_request(int /*x*/, int /*y*/, int /*r*/, int /*t*/,
                         const host::ChannelSet& channels, int count) {
-    // The engine computes the whole result at once, so the whole input is needed.
+    // The engine computes the whole result at once, so the input's whole box is needed, in
+    // every channel the cache will hold.
     if (host::Iop* in = input(0)) {
-        in->request(0, 0, outputFormat.width / 2, outputFormat.height / 2, channels, count);
+        const host::Box& box = in->info().box();
+        host::ChannelSet planes = channels;
+        planes += in->channels();
+        in->request(box.x, box.y, box.r, box.t, planes, count);
     }
 }
 
 void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels) {
     host::Iop& in = op.input0();
-    const int W = in.format().width;
-    const int H = in.format().height;
-    const int n = channels.size();
-    buffer.resize(W, H, n);
+    const host::Box& box = in.info().box();
+    buffer.resize(box.w(), box.h(), channels.size());
     if (buffer.data == nullptr) {
         return;
     }
-    host::Row row(0, W);
-    for (int y = 0; y < H; ++y) {
-        row.get(in, y, 0, W, channels);
+    host::Row row(box.x, box.r);
+    for (int y = box.y; y < box.t; ++y) {
+        row.get(in, y, box.x, box.r, channels);
         if (op.aborted()) {
             return;
         }
-        row.interleave(channels, W, buffer.data + static_cast<std::ptrdiff_t>(y) * buffer.stride);
+        row.interleave(channels, box.x, box.r,
+                       buffer.data + static_cast<std::ptrdiff_t>(y - box.y) * buffer.stride);
     }
 }
 
@@ -131,12 +159,16 @@ void Quorblen::engine(int y, int x, int r, const host::ChannelSet& channels, hos
     if (dirty.load(std::memory_order_acquire) && !computeResult(channels)) {
         return;
     }
-    assert(y >= 0 && y < outputBuffer.height && x >= 0 && r <= outputBuffer.width);
-    const float* line = outputBuffer.data + static_cast<std::ptrdiff_t>(y) * outputBuffer.stride;
+    // The cache holds the box: its row 0 and column 0 are the box's top left corner.
+    const host::Box& box = info().box();
+    assert(y >= box.y && y < box.t && x >= box.x && r <= box.r);
+    const float* line =
+        outputBuffer.data + static_cast<std::ptrdiff_t>(y - box.y) * outputBuffer.stride;
     int plane = 0;
     for (host::Channel z : cachedPlanes) {
         if (channels.contains(z)) {
-            copyPlaneToRow(line, outputBuffer.channels, plane, x, r, row.writable(z));
+            copyPlaneToRow(line, outputBuffer.channels, plane, x - box.x, r - box.x,
+                           row.writable(z) + box.x);
         }
         ++plane;
     }

@@ -11,9 +11,11 @@ namespace quorblen {
 
 /// The operator the module registers. Its output is input 0 at twice the width and height:
 /// a nearest-neighbour start refined by `iterations` TV steps per channel, every 2x2 block
-/// keeping the mean of its input pixel. The whole result is computed once per validation,
-/// under `cacheMutex`, and every row is then served from `outputBuffer` without the lock.
-/// The solver keeps its own scratch rows: the node holds no work image.
+/// keeping the mean of its input pixel. The input's box (data window) and format (display
+/// window) double in place, offsets included, and metadata that count pixels double with them.
+/// The whole result is computed once per validation, under `cacheMutex`, and every row is then
+/// served from `outputBuffer` without the lock. The solver keeps its own scratch rows: the node
+/// holds no work image.
 class Quorblen : public host::Iop {
 public:
     explicit Quorblen(host::Node* node);
@@ -61,8 +63,9 @@ protected:
     void _request(int x, int y, int r, int t, const host::ChannelSet& channels, int count) override;
 };
 
-/// Pulls the whole image of input 0 of `op` into `buffer`, one plane per channel of `channels`
-/// in host order. Stops at the first row after which the host has aborted.
+/// Pulls the box (the data window) of input 0 of `op` into `buffer`, one plane per channel of
+/// `channels` in host order; row 0 and column 0 of the buffer are the box's top left corner.
+/// Stops at the first row after which the host has aborted.
 void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels);
 
 /// The factory the registration uses: a new Quorblen for `node` inside a host OpWrapper.

@@ -123,17 +123,26 @@ TEST_F(QuorblenNode, HasItsDefaultsKnobsAndHelp) {
               std::tuple(7, 0.5, 0.0));
 }
 
-TEST_F(QuorblenNode, DoublesTheFormatAsksForTheWholeInputAndDirtiesTheCache) {
-    SourceIop& input = connect(test::filledImage(5, 3, 4, 0.5f), 0.5, Box{1, 1, 4, 2});
+TEST_F(QuorblenNode, DoublesTheFormatAndBoxAsksForTheWholeBoxAndDirtiesTheCache) {
+    const ImageBuffer image = texture(5, 3, 4);
+    SourceIop& input = connect(image, 0.5, Box{1, 1, 4, 2});
     EXPECT_EQ(static_cast<const Box&>(wrapper.format()), (Box{0, 0, 10, 6}));
     EXPECT_EQ(wrapper.format().pixel_aspect, 0.5);
     EXPECT_EQ(node.full_size_format().width, 10);
-    EXPECT_EQ(wrapper.info().box(), (Box{0, 0, 10, 6}));
+    EXPECT_EQ(wrapper.info().box(), (Box{2, 2, 8, 4}));
     EXPECT_EQ(node.out_channels(), host::Mask_All);
     wrapper.request(3, 4, 9, 6, Mask_RGB, 2);
-    EXPECT_EQ(input.requested_box(), (Box{0, 0, 5, 3}));
+    EXPECT_EQ(input.requested_box(), (Box{1, 1, 4, 2}));
 
-    pull(0, 0, 10, Mask_RGB);
+    // The box doubles in place: output pixels 2 .. 7 of rows 2 and 3 are the blocks of input
+    // pixels 1 .. 3 of row 1, and keep their means.
+    const Planes top = pull(2, 2, 8, Mask_RGB);
+    const Planes bottom = pull(3, 2, 8, Mask_RGB);
+    for (int X = 1; X < 4; ++X) {
+        const float sum =
+            top[0][2 * X] + top[0][2 * X + 1] + bottom[0][2 * X] + bottom[0][2 * X + 1];
+        EXPECT_NEAR(sum / 4.0f, at(image, X, 1, 0), 1e-5f) << X;
+    }
     EXPECT_FALSE(node.dirty);
     // Below one iteration the node changes nothing: no channels, the input's box, cache kept.
     for (const char* none : {"0", "-3"}) {
@@ -148,7 +157,7 @@ TEST_F(QuorblenNode, DoublesTheFormatAsksForTheWholeInputAndDirtiesTheCache) {
     wrapper.validate();
     EXPECT_TRUE(node.dirty);
     // Nothing changed, yet the next row recomputes.
-    pull(0, 0, 10, Mask_RGB);
+    pull(2, 2, 8, Mask_RGB);
     ASSERT_FALSE(node.dirty);
     revalidate();
     EXPECT_TRUE(node.dirty);

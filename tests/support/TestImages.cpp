@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -73,6 +74,12 @@ FileImage readFileImage(const std::filesystem::path& path) {
     image.pixels.resize(spec.width, spec.height, spec.nchannels);
     image.channelNames = spec.channelnames;
     image.datatype = spec.format.c_str();
+    image.layout.dataWindow = {spec.x, spec.y, spec.x + spec.width, spec.y + spec.height};
+    image.layout.displayWindow = {spec.full_x, spec.full_y, spec.full_x + spec.full_width,
+                                  spec.full_y + spec.full_height};
+    for (const OIIO::ParamValue& p : spec.extra_attribs) {
+        image.layout.attributes[p.name().string()] = p.get_string();
+    }
     EXPECT_TRUE(
         input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, image.pixels.data))
         << input->geterror();
@@ -80,12 +87,28 @@ FileImage readFileImage(const std::filesystem::path& path) {
 }
 
 void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels,
-                    const std::vector<std::string>& channelNames, const std::string& datatype) {
+                    const std::vector<std::string>& channelNames, const std::string& datatype,
+                    const FileLayout& layout) {
     auto output = OIIO::ImageOutput::create(path.string());
     ASSERT_TRUE(output) << OIIO::geterror();
     OIIO::ImageSpec spec(pixels.width, pixels.height, pixels.channels,
                          OIIO::TypeDesc(datatype.c_str()));
     spec.channelnames = channelNames;
+    spec.x = layout.dataWindow.x;
+    spec.y = layout.dataWindow.y;
+    const host::Box& d = layout.displayWindow;
+    spec.set_roi_full(d.empty() ? spec.roi() : OIIO::ROI(d.x, d.r, d.y, d.t));
+    spec.tile_width = spec.tile_height = layout.tileSize;
+    for (const auto& [name, value] : layout.attributes) {
+        // Numbers (PixelAspectRatio, XResolution) as floats, anything else as text.
+        float number = 0.0f;
+        const char* end = value.data() + value.size();
+        if (!value.empty() && std::from_chars(value.data(), end, number).ptr == end) {
+            spec.attribute(name, number);
+        } else {
+            spec.attribute(name, value);
+        }
+    }
     ASSERT_TRUE(output->open(path.string(), spec)) << output->geterror();
     ASSERT_TRUE(output->write_image(OIIO::TypeDesc::FLOAT, pixels.data)) << output->geterror();
     ASSERT_TRUE(output->close());

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -53,19 +54,31 @@ struct ProgramRun {
 ProgramRun runQuorblen(const std::vector<std::string>& args,
                        const std::filesystem::path& workingDir);
 
+/// Where a file's pixels lie and what else it says about them.
+struct FileLayout {
+    host::Box dataWindow;                           // empty when writing: (0, 0, width, height)
+    host::Box displayWindow;                        // empty when writing: the data window
+    std::map<std::string, std::string> attributes;  // as OpenImageIO prints their values; when
+                                                    // writing, numbers become floats
+    int tileSize = 0;                               // square tiles when writing; 0: scanlines
+};
+
 /// An image file as OpenImageIO reads it, independent of the host's reader.
 struct FileImage {
     ImageBuffer pixels;                     // float samples in file channel order
     std::vector<std::string> channelNames;  // as stored in the file
     std::string datatype;                   // "uint8", "uint16", "half", "float", ...
+    FileLayout layout;
 };
 
 /// Reads `path` with OpenImageIO; fails the test (and returns an empty image) when it can't.
 FileImage readFileImage(const std::filesystem::path& path);
 
-/// Writes `pixels` to `path` with OpenImageIO as `datatype` with the given channel names.
+/// Writes `pixels` to `path` with OpenImageIO as `datatype` with the given channel names, in
+/// the windows of `layout` and with its attributes.
 void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels,
-                    const std::vector<std::string>& channelNames, const std::string& datatype);
+                    const std::vector<std::string>& channelNames, const std::string& datatype,
+                    const FileLayout& layout = {});
 
 /// A width x height x channels buffer whose sample (x, y, c) is value(x, y, c).
 ImageBuffer makeImage(int width, int height, int channels,
