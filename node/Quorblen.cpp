@@ -138,9 +138,8 @@ bool Quorblen::computeResult(const host::ChannelSet& channels) {
         return false;
     }
     outputBuffer.resize(2 * inputBuffer.width, 2 * inputBuffer.height, inputBuffer.channels);
-    // The knobs hold doubles; the solver works in single precision.
-    const TvUpscaleSettings settings{iterations, static_cast<float>(lambda),
-                                     static_cast<float>(regularization), render_threads()};
+    const TvUpscaleSettings settings =
+        upscaleSettings(iterations, lambda, regularization, render_threads());
     const TvUpscaleMonitor monitor{[this] { return aborted(); },
                                    [this](double fraction) { progress_fraction(fraction); }};
     if (!tvUpscale(inputBuffer, outputBuffer, settings, monitor)) {

@@ -6,6 +6,7 @@
 
 #include "host/Iop.h"
 #include "image/ImageBuffer.h"
+#include "node/QuorblenKnobs.h"
 
 namespace quorblen {
 
@@ -24,10 +25,10 @@ public:
     /// The registry entry: "Quorblen", the factory `build`, the build stamp.
     static const host::Op::Description description;
 
-    // Knob-bound settings, defaults below.
-    int iterations = 5;
-    double lambda = 5.0;
-    double regularization = 0.0001;
+    // Knob-bound settings.
+    int iterations = DefaultIterations;
+    double lambda = DefaultLambda;
+    double regularization = DefaultRegularization;
 
     /// True when the cached result must be recomputed before rows are served. Set (release)
     /// by validation, cleared (release) under `cacheMutex` when a computation completes, read
