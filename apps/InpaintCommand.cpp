@@ -1,9 +1,6 @@
 // quorblen inpaint: fills a masked region of an image file with one of the library's recipes.
 #include <algorithm>
-#include <cmath>
 #include <iostream>
-#include <span>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -27,43 +24,6 @@ std::string flagOf(const RecipeParameter& parameter) {
     return std::string("--") + parameter.name;
 }
 
-/// "5", or "0.01 (elastica 0.1)" when some recipes' defaults differ from the most common.
-std::string defaultsOf(const RecipeParameter& parameter) {
-    const std::span<const RecipeInfo> recipes = inpaintRecipes();
-    std::vector<double> values;
-    for (const RecipeInfo& info : recipes) {
-        values.push_back(parameterValue(parameter, recipeDefaults(info.recipe)));
-    }
-    const auto count = [&](double value) {
-        return std::count(values.begin(), values.end(), value);
-    };
-    const double usual = *std::max_element(values.begin(), values.end(),
-                                           [&](double a, double b) { return count(a) < count(b); });
-    std::ostringstream text;
-    text << usual;
-    const char* separator = " (";
-    for (std::size_t k = 0; k < recipes.size(); ++k) {
-        if (values[k] != usual) {
-            text << separator << recipes[k].name << " " << values[k];
-            separator = ", ";
-        }
-    }
-    text << (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
-    return text.str();
-}
-
-/// "0 to 1e+06", "above 0", ...
-std::string rangeOf(const RecipeParameter& parameter) {
-    std::ostringstream text;
-    if (parameter.max < HUGE_VAL) {
-        text << parameter.min << (parameter.minExclusive ? " (excluded)" : "") << " to "
-             << parameter.max;
-    } else {
-        text << (parameter.minExclusive ? "above " : "at least ") << parameter.min;
-    }
-    return text.str();
-}
-
 }  // namespace
 
 void describeInpaintDefaults(std::ostream& out) {
@@ -79,8 +39,8 @@ void describeInpaintDefaults(std::ostream& out) {
            "        not offered here; the upscale command uses that solver.)\n"
            "      Options (range; default):\n";
     for (const RecipeParameter& parameter : recipeParameters()) {
-        out << "        " << flagOf(parameter) << " (" << rangeOf(parameter) << "; "
-            << defaultsOf(parameter) << ")\n            " << parameter.meaning << "\n";
+        out << "        " << flagOf(parameter) << " (" << parameterRange(parameter) << "; "
+            << parameterDefaults(parameter) << ")\n            " << parameter.meaning << "\n";
     }
     out << "        --source2 FILE, --source3 FILE (default: INPUT itself)\n"
            "            more donor images of INPUT's size for weighted-elastica, multi-source and\n"

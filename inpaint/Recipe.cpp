@@ -87,15 +87,9 @@ constexpr RecipeParameter parameterTable[] = {
 
 void checkOptions(const RecipeOptions& options) {
     for (const RecipeParameter& p : parameterTable) {
-        const double value = parameterValue(p, options);
-        if (!(value >= p.min && value <= p.max) || (p.minExclusive && value == p.min)) {
-            std::ostringstream message;
-            message << p.name << " must be " << (p.minExclusive ? "above " : "at least ") << p.min;
-            if (p.max < HUGE_VAL) {
-                message << " and at most " << p.max;
-            }
-            message << ", not " << value;
-            throw std::invalid_argument(message.str());
+        const std::string problem = parameterProblem(p, parameterValue(p, options));
+        if (!problem.empty()) {
+            throw std::invalid_argument(p.name + (" " + problem));
         }
     }
 }
@@ -344,6 +338,52 @@ std::span<const RecipeParameter> recipeParameters() {
 
 double parameterValue(const RecipeParameter& parameter, const RecipeOptions& options) {
     return std::visit([&](auto field) { return double(options.*field); }, parameter.field);
+}
+
+std::string parameterProblem(const RecipeParameter& p, double value) {
+    if ((value >= p.min && value <= p.max) && !(p.minExclusive && value == p.min)) {
+        return "";
+    }
+    std::ostringstream message;
+    message << "must be " << (p.minExclusive ? "above " : "at least ") << p.min;
+    if (p.max < HUGE_VAL) {
+        message << " and at most " << p.max;
+    }
+    message << ", not " << value;
+    return message.str();
+}
+
+std::string parameterRange(const RecipeParameter& p) {
+    std::ostringstream text;
+    if (p.max < HUGE_VAL) {
+        text << p.min << (p.minExclusive ? " (excluded)" : "") << " to " << p.max;
+    } else {
+        text << (p.minExclusive ? "above " : "at least ") << p.min;
+    }
+    return text.str();
+}
+
+std::string parameterDefaults(const RecipeParameter& parameter) {
+    std::vector<double> values;
+    for (const RecipeInfo& info : recipeTable) {
+        values.push_back(parameterValue(parameter, recipeDefaults(info.recipe)));
+    }
+    const auto count = [&](double value) {
+        return std::count(values.begin(), values.end(), value);
+    };
+    const double usual = *std::max_element(values.begin(), values.end(),
+                                           [&](double a, double b) { return count(a) < count(b); });
+    std::ostringstream text;
+    text << usual;
+    const char* separator = " (";
+    for (std::size_t k = 0; k < values.size(); ++k) {
+        if (values[k] != usual) {
+            text << separator << recipeTable[k].name << " " << values[k];
+            separator = ", ";
+        }
+    }
+    text << (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
+    return text.str();
 }
 
 std::span<const RecipeInfo> inpaintRecipes() {

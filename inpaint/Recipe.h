@@ -3,6 +3,7 @@
 
 #include <iosfwd>
 #include <span>
+#include <string>
 #include <variant>
 
 #include "image/ImageBuffer.h"
@@ -92,6 +93,17 @@ std::span<const RecipeParameter> recipeParameters();
 
 /// The value of `parameter` in `options`, as a double.
 double parameterValue(const RecipeParameter& parameter, const RecipeOptions& options);
+
+/// What is wrong with `value` for `parameter` ("must be at least 1 and at most 100, not 0"),
+/// or an empty string when it lies in the range.
+std::string parameterProblem(const RecipeParameter& parameter, double value);
+
+/// The range of `parameter` in words: "0 to 1e+06", "0 (excluded) to 1", "above 0", ...
+std::string parameterRange(const RecipeParameter& parameter);
+
+/// The defaults of `parameter` over every recipe: "5", or "0.01 (elastica 0.1)" when some
+/// recipes' defaults differ from the most common one.
+std::string parameterDefaults(const RecipeParameter& parameter);
 
 /// Fills the hole of `image` and returns the result: `image` with the hole pixels' colour
 /// replaced, every other sample (alpha included) bit for bit as it was.
