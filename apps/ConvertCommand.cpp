@@ -1,8 +1,6 @@
 // quorblen convert: between raw files (.raw) and image files, either way.
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 
 #include "apps/CommandLine.h"
@@ -25,16 +23,8 @@ bool isRawFile(const std::string& path) {
 /// for more samples than the file holds (checked before anything is allocated), or when it
 /// holds no samples.
 LoadedImage readRawFile(const std::string& path) {
-    std::int32_t header[3] = {0, 0, 0};
-    std::ifstream(path, std::ios::binary).read(reinterpret_cast<char*>(header), sizeof header);
-    std::error_code ec;
-    const auto size = std::filesystem::file_size(path, ec);
-    const double needed = 12.0 + 4.0 * double(header[0]) * header[1] * header[2];
-    if (!ec && std::min({header[0], header[1], header[2]}) > 0 && needed > double(size)) {
-        throw CommandError(path + " is not a whole raw image: its header asks for " +
-                           std::to_string(header[0]) + " x " + std::to_string(header[1]) + " x " +
-                           std::to_string(header[2]) + " samples, but the file holds " +
-                           std::to_string(size) + " bytes");
+    if (const std::string shortfall = rawFileShortfall(path.c_str()); !shortfall.empty()) {
+        throw CommandError(shortfall);
     }
     LoadedImage image;
     if (!readRaw(path.c_str(), &image.pixels)) {

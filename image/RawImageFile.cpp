@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <cassert>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <string>
 
 namespace quorblen {
 namespace {
@@ -68,6 +70,22 @@ bool readRaw(const char* filename, ImageBuffer* buffer) {
         return reportFailure("readRaw Couldn't read ", filename);
     }
     return true;
+}
+
+std::string rawFileShortfall(const char* filename) {
+    assert(filename != nullptr);
+    std::int32_t header[3] = {0, 0, 0};
+    std::ifstream(filename, std::ios::binary).read(reinterpret_cast<char*>(header), sizeof header);
+    std::error_code ec;
+    const auto size = std::filesystem::file_size(filename, ec);
+    const double needed = 12.0 + 4.0 * double(header[0]) * header[1] * header[2];
+    if (ec || std::min({header[0], header[1], header[2]}) <= 0 || needed <= double(size)) {
+        return "";
+    }
+    return std::string(filename) + " is not a whole raw image: its header asks for " +
+           std::to_string(header[0]) + " x " + std::to_string(header[1]) + " x " +
+           std::to_string(header[2]) + " samples, but the file holds " + std::to_string(size) +
+           " bytes";
 }
 
 bool writeRaw(const char* filename, const ImageBuffer* buffer) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <iosfwd>
+#include <string>
 
 #include "image/ImageBuffer.h"
 
@@ -17,6 +18,13 @@ namespace quorblen {
 /// fit in a signed 32-bit int ("ImageBuffer::readRaw Couldn't read NAME"); true otherwise.
 /// Preconditions: `filename` and `buffer` are not null.
 bool readRaw(const char* filename, ImageBuffer* buffer);
+
+/// Why the raw file `filename` cannot be loaded whole, checked before anything is allocated:
+/// "NAME is not a whole raw image: its header asks for W x H x C samples, but the file holds
+/// N bytes". Empty when it holds every sample its header announces, when the header announces
+/// none, or when the file cannot be opened or sized (readRaw reports that).
+/// Precondition: `filename` is not null.
+std::string rawFileShortfall(const char* filename);
 
 /// Saves `buffer` to the raw file `filename`, created or truncated. Returns false, with
 /// "ImageBuffer::writeRaw Couldn't open NAME" on stderr, when the file cannot be opened;
