@@ -1,0 +1,27 @@
+// The inpainting recipes' options as Python keyword arguments.
+#pragma once
+
+#include <string>
+
+#include <pybind11/pybind11.h>
+
+#include "image/ImageBuffer.h"
+#include "inpaint/Recipe.h"
+
+namespace quorblen::python {
+
+namespace py = pybind11;
+
+/// The recipe options of `method` that `keywords` set over its defaults: every numeric option
+/// of the recipe layer under its name with '_' for '-' ("lam" for "lambda", a word Python
+/// reserves), and `source2` and `source3` as images of the image's layout, converted into
+/// `sources` (which must outlive the options).
+/// Throws py::value_error for an unknown method or a value out of its range (NaN included),
+/// py::type_error for an unknown keyword or a value of the wrong type.
+RecipeOptions recipeOptions(const std::string& method, const py::kwargs& keywords,
+                            ImageBuffer (&sources)[2]);
+
+/// The methods and options, each with its range and defaults, for the docstring.
+std::string describeRecipes();
+
+}  // namespace quorblen::python
