@@ -6,6 +6,7 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/Rendering.h"
 
 namespace {
 
@@ -59,6 +60,8 @@ void printHelp(std::ostream& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before anything slow (loading the module, reading files) can be interrupted.
+    installInterruptHandler();
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string name = "upscale";
     if (!args.empty()) {

@@ -1,6 +1,8 @@
 // quorblen upscale end to end: real photos in, files out, through the loaded module.
 #include <gtest/gtest.h>
 
+#include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,7 +10,6 @@
 #include <chrono>
 #include <cmath>
 #include <random>
-#include <thread>
 
 #include "support/TestImages.h"
 
@@ -113,25 +114,58 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
     EXPECT_NE(help.out.find("Iterations = 5"), std::string::npos) << help.out;
 }
 
+/// Reads `fd` until its output holds `text`, it ends or, as a safety net only, `limit` has
+/// passed. Returns all that was read.
+std::string readUntil(int fd, const std::string& text, std::chrono::seconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::string output;
+    char chunk[256];
+    while (output.find(text) == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        pollfd ready{fd, POLLIN, 0};
+        if (left.count() <= 0 || poll(&ready, 1, int(left.count())) <= 0) {
+            break;
+        }
+        const ssize_t n = read(fd, chunk, sizeof chunk);
+        if (n <= 0) {
+            break;
+        }
+        output.append(chunk, std::size_t(n));
+    }
+    return output;
+}
+
 // Ctrl-C in the middle of a long render: the program stops with 130 and leaves no file,
-// neither the output nor its temporary.
+// neither the output nor its temporary. The signal goes once the progress bar shows on the
+// terminal, that is once the render is under way, however slowly the program started.
 TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
     ScratchDir dir;
     writeFileImage(dir.path() / "in.png", photoCorner(256), {"R", "G", "B"}, "uint8");
     const std::string program = (binaryDir() / "quorblen").string();
-    const pid_t child = fork();
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
     ASSERT_GE(child, 0);
     if (child == 0) {
+        // Ctrl-C as at a terminal, even when the test runs as a background job that ignores it.
+        signal(SIGINT, SIG_DFL);
         if (chdir(dir.path().c_str()) == 0) {
             execl(program.c_str(), "quorblen", "upscale", "in.png", "out.png", "--iterations",
                   "100000", static_cast<char*>(nullptr));
         }
         _exit(127);
     }
-    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const std::string bar = readUntil(terminal, "|----|", std::chrono::seconds(300));
+    EXPECT_NE(bar.find("|----|"), std::string::npos) << bar;
     kill(child, SIGINT);
+    const std::string rest = readUntil(terminal, "not written", std::chrono::seconds(300));
+    EXPECT_NE(rest.find("interrupted; out.png was not written"), std::string::npos) << rest;
+    if (rest.find("not written") == std::string::npos) {
+        kill(child, SIGKILL);  // never leave the test waiting for a child that goes on
+    }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
+    close(terminal);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
     EXPECT_EQ(fileNames(dir.path()), std::vector<std::string>{"in.png"});
 }
