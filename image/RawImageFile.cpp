@@ -56,6 +56,12 @@ bool readRawContents(std::istream& in, ImageBuffer* buffer) {
         in.setstate(std::ios::failbit);
         return false;
     }
+    // No samples: the buffer empties, as resize would empty it, however large the other two
+    // dimensions (width x channels alone need not fit, and resize would refuse it).
+    if (count <= 0) {
+        buffer->resize(0, 0, 0);
+        return true;
+    }
     const std::int64_t held = storedSamples(*buffer);
     buffer->resize(header[0], header[1], header[2]);
     // The count is taken from the resized buffer: it has no array for negative dimensions

@@ -88,6 +88,7 @@ TEST(RawImageFile, UnopenableFilesAndOversizedHeadersLeaveTheBufferAlone) {
 
 // A short file still loads: a reused array keeps what it held past the last whole sample read,
 // a fresh array is cleared there, and a header cut short counts its missing dimensions as 0.
+// A header announcing no samples empties the buffer.
 TEST(RawImageFile, ShortFilesKeepOrClearTheSamplesTheyDoNotReach) {
     test::ScratchDir dir;
     const std::string name = dir.file("short.raw");
@@ -102,7 +103,7 @@ TEST(RawImageFile, ShortFilesKeepOrClearTheSamplesTheyDoNotReach) {
         {"same count, no samples", header(1, 4, 1), {7, 7, 7, 7}},
         {"new count, ends inside sample 2", header(3, 1, 1) + firstSample + "xy", {5, 0, 0}},
         {"header cut short", header(3, 3, 1).substr(0, 10), {}},
-        {"no samples announced", header(1 << 30, 1 << 30, 0), {}},
+        {"no rows, width x channels past 2^31", header(1 << 30, 0, 1 << 30), {}},
     };
     for (const auto& c : cases) {
         writeFile(name, c.bytes);
