@@ -26,7 +26,7 @@ const Command commands[] = {
      "      while keeping edges; every 2x2 block of OUTPUT keeps its input pixel's mean.\n"
      "      --iterations N  the node's Iterations: solver iterations per channel\n"
      "      --lambda L      the node's Lambda: fidelity to the input; larger smooths less\n"
-     "      --a A           the node's A: a small regularisation constant above 0\n"
+     "      --a A           the node's A: a small regularisation constant, at least 1e-30\n"
      "      --threads N     render threads (default: one per core)",
      describeUpscaleKnobs},
     {"convert", runConvert,

@@ -98,7 +98,7 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         {{"upscale", "in.png", "no/folder/out.png"}, 1, "does not exist"},
         {{"upscale", "in.png", "out.nosuchformat"}, 1, "no image format"},
         {{"upscale", "in.png", "out.png", "--lambda", "soft"}, 2, "--lambda must be a number"},
-        {{"upscale", "in.png", "out.png", "--a", "0"}, 2, "--a must be above 0"},
+        {{"upscale", "in.png", "out.png", "--a", "1e-300"}, 2, "--a must be at least 1e-30"},
         {{"upscale", "in.png"}, 2, "INPUT and an OUTPUT"},
         {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
         {{"enlarge"}, 2, "unknown command"},
