@@ -1,14 +1,16 @@
 // Fuzzes the stream form of readRaw and checks what it leaves in the buffer.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <sstream>
 #include <string>
 
+#include "fuzz/FuzzCheck.h"
 #include "image/RawImageFile.h"
 
 namespace {
+
+using quorblen::fuzz::check;
 
 /// Inputs announcing more samples than this are skipped: readRaw honestly allocates every
 /// sample a valid header announces (up to 8 GiB); large counts only slow the search.
@@ -22,12 +24,6 @@ __int128 announcedSamples(const std::string& bytes) {
     std::int32_t header[3];
     std::memcpy(header, bytes.data(), sizeof header);
     return __int128(header[0]) * header[1] * header[2];
-}
-
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
 }
 
 }  // namespace

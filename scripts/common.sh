@@ -3,7 +3,7 @@ set -euo pipefail
 
 QUORBLEN_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 QUORBLEN_PACKAGES=(g++ cmake make pkg-config libopenimageio-dev libboost-dev libgtest-dev
-                   libbenchmark-dev)
+                   libbenchmark-dev clang libclang-rt-dev)
 
 # Installs the Debian packages the build needs, if any is missing.
 install_missing_packages() {
