@@ -1,18 +1,20 @@
-// quorblen inpaint: fills a masked region of an image file with the diffusion inpainting driver.
+// quorblen inpaint: fills a masked region of an image file with one of the library's recipes.
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <span>
+#include <sstream>
+#include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <variant>
 #include <vector>
-
-#include <boost/format.hpp>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
 #include "apps/ImageFiles.h"
 #include "apps/Rendering.h"
 #include "inpaint/Inpaint.h"
-#include "tv/Offsets.h"
 
 namespace quorblen::app {
 namespace {
@@ -21,45 +23,60 @@ constexpr const char* sampleName = "coffee.png";
 constexpr const char* sampleMaskName = "coffee-mask.png";
 constexpr const char* sampleOutput = "coffee-inpainted.png";
 
-/// Known pixels kept around the hole in the working region. The elastica step reads the
-/// curvature of band pixels one pixel outside the hole, which must themselves be interior.
-constexpr int Margin = 2;
+std::string flagOf(const RecipeParameter& parameter) {
+    return std::string("--") + parameter.name;
+}
 
-/// The weight of a partly known pixel's own colour, for every method.
-constexpr double DefaultLambda = 5.0;
+/// "5", or "tv 500, elastica 2000" when the recipes' defaults differ.
+std::string defaultsOf(const RecipeParameter& parameter) {
+    const std::span<const RecipeInfo> recipes = inpaintRecipes();
+    const auto valueFor = [&](const RecipeInfo& info) {
+        return parameterValue(parameter, recipeDefaults(info.recipe));
+    };
+    std::ostringstream text;
+    if (std::all_of(recipes.begin(), recipes.end(), [&](const RecipeInfo& info) {
+            return valueFor(info) == valueFor(recipes[0]);
+        })) {
+        text << valueFor(recipes[0]);
+        return text.str();
+    }
+    const char* separator = "";
+    for (const RecipeInfo& info : recipes) {
+        text << separator << info.name << " " << valueFor(info);
+        separator = ", ";
+    }
+    return text.str();
+}
 
-/// A --method value and its defaults. The explicit elastica step is stable only for small
-/// time steps, more so with a small epsilon; its defaults hold on the sample photo's strokes
-/// with a factor of two to spare.
-struct MethodChoice {
-    const char* name;
-    InpaintMethod method;
-    int iterations;
-    double epsilon;
-    double timeStep;
-};
-constexpr MethodChoice methodChoices[] = {
-    {"tv", DigitalTV, 500, 0.01, 0.01},
-    {"elastica", Elastica, 2000, 0.1, 0.01},
-    {"dual-tv", DualTV, 50, 0.01, 0.01},
-};
+/// "0 to 1e+06", "above 0", ...
+std::string rangeOf(const RecipeParameter& parameter) {
+    std::ostringstream text;
+    if (parameter.max < HUGE_VAL) {
+        text << parameter.min << (parameter.minExclusive ? " (excluded)" : "") << " to "
+             << parameter.max;
+    } else {
+        text << (parameter.minExclusive ? "above " : "at least ") << parameter.min;
+    }
+    return text.str();
+}
 
 }  // namespace
 
 void describeInpaintDefaults(std::ostream& out) {
-    out << "      --lambda L      weight of a partly known pixel's own colour (default "
-        << DefaultLambda
-        << ")\n"
-           "      --dump PATTERN  write the working crop after every iteration, e.g. d%03d.exr\n"
-           "      Defaults by method:\n";
-    for (const MethodChoice& choice : methodChoices) {
-        out << "        " << choice.name << ": " << choice.iterations << " iterations, epsilon "
-            << choice.epsilon;
-        if (choice.method == Elastica) {
-            out << ", time step " << choice.timeStep;
-        }
-        out << "\n";
+    out << "      Methods:\n";
+    for (const RecipeInfo& info : inpaintRecipes()) {
+        out << "        " << info.name << ": " << info.summary << "\n";
     }
+    out << "        (The library's dual TV driver method is the upscaler's 2x solver: it keeps\n"
+           "        every 2x2 block mean of its first guess and cannot fill a hole, so it is\n"
+           "        not offered here; the upscale command uses that solver.)\n"
+           "      Options (range; default):\n";
+    for (const RecipeParameter& parameter : recipeParameters()) {
+        out << "        " << flagOf(parameter) << " (" << rangeOf(parameter) << "; "
+            << defaultsOf(parameter) << ")\n            " << parameter.meaning << "\n";
+    }
+    out << "        --source2 FILE, --source3 FILE (default: INPUT itself)\n"
+           "            more donor images of INPUT's size, for the three-source methods\n";
 }
 
 namespace {
@@ -70,17 +87,17 @@ struct Settings {
     std::string input;
     std::string output;
     std::string mask;  // empty: INPUT's alpha marks the hole
-    MethodChoice method = methodChoices[0];
-    int iterations = 0;
-    double lambda = 0.0;
-    double epsilon = 0.0;
-    double timeStep = 0.0;
-    std::string dump;  // Boost.Format pattern, or empty
+    const RecipeInfo* method = nullptr;
+    RecipeOptions options{};
+    std::string sources[2];  // --source2, --source3; empty: INPUT itself
 };
 
 Settings parseSettings(const std::vector<std::string>& args) {
-    const Arguments arguments(args, {"--mask", "--method", "--iterations", "--lambda", "--epsilon",
-                                     "--time-step", "--dump"});
+    std::vector<std::string> valueOptions{"--mask", "--method", "--source2", "--source3"};
+    for (const RecipeParameter& parameter : recipeParameters()) {
+        valueOptions.push_back(flagOf(parameter));
+    }
+    const Arguments arguments(args, valueOptions);
     Settings settings;
     settings.sample = arguments.positional().empty();
     if (settings.sample) {
@@ -98,50 +115,36 @@ Settings parseSettings(const std::vector<std::string>& args) {
     } else if (!settings.sample) {
         throw UsageError("needs --mask MASK (an image file, or 'alpha' for INPUT's alpha)");
     }
+    settings.method = &inpaintRecipes()[0];
     if (const auto name = arguments.value("--method")) {
-        const auto* found =
-            std::find_if(std::begin(methodChoices), std::end(methodChoices),
-                         [&](const MethodChoice& choice) { return *name == choice.name; });
-        if (found == std::end(methodChoices)) {
-            throw UsageError("--method must be tv, elastica or dual-tv, not \"" + *name + "\"");
+        settings.method = findRecipe(name->c_str());
+        if (settings.method == nullptr) {
+            std::string names;
+            for (const RecipeInfo& info : inpaintRecipes()) {
+                names += (names.empty() ? "" : ", ") + std::string(info.name);
+            }
+            throw UsageError("--method must be one of " + names + ", not \"" + *name + "\"");
         }
-        settings.method = *found;
     }
-    settings.iterations =
-        arguments.intValue("--iterations", settings.method.iterations, 0, 1000000);
-    settings.lambda = arguments.doubleValue("--lambda", DefaultLambda, 0.0, 1e30);
-    settings.epsilon = arguments.doubleValue("--epsilon", settings.method.epsilon, 0.0, 1e30, true);
-    settings.timeStep =
-        arguments.doubleValue("--time-step", settings.method.timeStep, 0.0, 1e30, true);
-    settings.dump = arguments.value("--dump").value_or("");
-    if (!settings.dump.empty()) {
-        // The driver feeds the pattern the iteration number; refuse a bad one before reading.
-        std::string first;
-        try {
-            first = (boost::format(settings.dump) % 0).str();
-        } catch (const boost::io::format_error&) {
-            throw UsageError(
-                "--dump needs a pattern with one number directive, such as "
-                "step%03d.exr, not \"" +
-                settings.dump + "\"");
-        }
-        checkWritableImagePath(first);
+    settings.options = recipeDefaults(settings.method->recipe);
+    for (const RecipeParameter& parameter : recipeParameters()) {
+        std::visit(
+            [&](auto field) {
+                auto& value = settings.options.*field;
+                if constexpr (std::is_same_v<std::remove_reference_t<decltype(value)>, int>) {
+                    value = arguments.intValue(flagOf(parameter), value, int(parameter.min),
+                                               int(parameter.max));
+                } else {
+                    value = arguments.doubleValue(flagOf(parameter), value, parameter.min,
+                                                  parameter.max, parameter.minExclusive);
+                }
+            },
+            parameter.field);
     }
+    settings.sources[0] = arguments.value("--source2").value_or("");
+    settings.sources[1] = arguments.value("--source3").value_or("");
     checkWritableImagePath(settings.output);
     return settings;
-}
-
-/// The planes of `image` that hold colour: all but alpha.
-std::vector<int> colourPlanes(const LoadedImage& image) {
-    std::vector<int> planes;
-    int plane = 0;
-    for (host::Channel z : image.channels) {
-        if (z != host::Chan_Alpha) {
-            planes.push_back(plane);
-        }
-        ++plane;
-    }
-    return planes;
 }
 
 /// The plane of `image` that holds alpha; -1 when it has none.
@@ -153,199 +156,111 @@ int alphaPlane(const LoadedImage& image) {
                              [](host::Channel z) { return z < host::Chan_Alpha; }));
 }
 
-/// One flag per pixel, row by row: whether it is to be filled.
-using Hole = std::vector<unsigned char>;
+/// Throws CommandError unless `image`, read from `path`, has the size of `input`.
+void checkSameSize(const LoadedImage& image, const std::string& path, const LoadedImage& input,
+                   const std::string& inputPath) {
+    if (image.pixels.width != input.pixels.width || image.pixels.height != input.pixels.height) {
+        throw CommandError(path + " is " + std::to_string(image.pixels.width) + " x " +
+                           std::to_string(image.pixels.height) + " but " + inputPath + " is " +
+                           std::to_string(input.pixels.width) + " x " +
+                           std::to_string(input.pixels.height));
+    }
+}
 
-/// The pixels whose sample is non-zero in any of `planes` of `image`.
-Hole nonZeroPixels(const ImageBuffer& image, const std::vector<int>& planes) {
-    Hole hole(std::size_t(image.width) * image.height, 0);
-    for (std::size_t i = 0; i < hole.size(); ++i) {
-        const float* pixel = image.data + i * image.channels;
-        hole[i] = std::any_of(planes.begin(), planes.end(), [&](int p) { return pixel[p] != 0; });
+/// The hole MASK marks, one sample per pixel: 1 where any of its colour channels is non-zero,
+/// or its alpha when it has nothing else. Empty `settings.mask`: INPUT's non-zero alpha.
+ImageBuffer readHole(const Settings& settings, const LoadedImage& input) {
+    LoadedImage mask;
+    std::vector<int> planes;
+    if (settings.mask.empty()) {
+        if (alphaPlane(input) < 0) {
+            throw CommandError(settings.input + " has no alpha channel to use as the mask");
+        }
+        planes.push_back(alphaPlane(input));
+    } else {
+        mask = readImageFile(settings.mask, renderOptions(1, nullptr));
+        checkSameSize(mask, settings.mask, input, settings.input);
+        for (int plane = 0; plane < mask.pixels.channels; ++plane) {
+            if (plane != alphaPlane(mask)) {
+                planes.push_back(plane);
+            }
+        }
+        if (planes.empty()) {
+            planes.push_back(alphaPlane(mask));
+        }
+    }
+    const ImageBuffer& from = settings.mask.empty() ? input.pixels : mask.pixels;
+    ImageBuffer hole(from.width, from.height, 1);
+    for (int i = 0; i < hole.width * hole.height; ++i) {
+        const float* pixel = from.data + std::ptrdiff_t(i) * from.channels;
+        hole.data[i] = std::any_of(planes.begin(), planes.end(),
+                                   [&](int plane) { return pixel[plane] != 0.0f; });
     }
     return hole;
 }
 
-/// The hole MASK marks: its non-zero pixels, in its colour channels, or in its alpha when it
-/// has nothing else. Empty `settings.mask`: INPUT's non-zero alpha.
-Hole readHole(const Settings& settings, const LoadedImage& input) {
-    if (settings.mask.empty()) {
-        const int alpha = alphaPlane(input);
-        if (alpha < 0) {
-            throw CommandError(settings.input + " has no alpha channel to use as the mask");
-        }
-        return nonZeroPixels(input.pixels, {alpha});
-    }
-    const LoadedImage mask = readImageFile(settings.mask, renderOptions(1, nullptr));
-    if (mask.pixels.width != input.pixels.width || mask.pixels.height != input.pixels.height) {
-        throw CommandError(
-            "the mask " + settings.mask + " is " + std::to_string(mask.pixels.width) + " x " +
-            std::to_string(mask.pixels.height) + " but " + settings.input + " is " +
-            std::to_string(input.pixels.width) + " x " + std::to_string(input.pixels.height));
-    }
-    std::vector<int> planes = colourPlanes(mask);
-    if (planes.empty()) {
-        planes.push_back(alphaPlane(mask));
-    }
-    return nonZeroPixels(mask.pixels, planes);
-}
-
-/// The input's colour as 3 planes (a grey input repeated), each hole pixel given the colour of
-/// its nearest known pixel (in 4-neighbour steps): the first guess the driver refines.
-ImageBuffer firstGuess(const ImageBuffer& input, const std::vector<int>& planes, const Hole& hole) {
-    const int width = input.width;
-    const int height = input.height;
-    // A breadth-first search from every known pixel at once: each hole pixel takes its
-    // colour from the known pixel whose search reaches it first.
-    std::vector<int> source(hole.size(), -1);
-    std::vector<int> queue;
-    queue.reserve(hole.size());
-    for (std::size_t i = 0; i < hole.size(); ++i) {
-        if (!hole[i]) {
-            source[i] = int(i);
-            queue.push_back(int(i));
-        }
-    }
-    for (std::size_t head = 0; head < queue.size(); ++head) {
-        const int i = queue[head];
-        const int x = i % width;
-        const int y = i / width;
-        for (const Offset& n : NeighbourOffsets) {
-            const int nx = x + n.dx;
-            const int ny = y + n.dy;
-            if (nx >= 0 && nx < width && ny >= 0 && ny < height && source[ny * width + nx] < 0) {
-                source[ny * width + nx] = source[i];
-                queue.push_back(ny * width + nx);
+/// The donor image `path` in the layout of `input`: each of input's channels taken from the
+/// same channel of the file or, for a channel it lacks, from its first channel.
+ImageBuffer readSource(const std::string& path, const LoadedImage& input,
+                       const std::string& inputPath) {
+    const LoadedImage source = readImageFile(path, renderOptions(1, nullptr));
+    checkSameSize(source, path, input, inputPath);
+    ImageBuffer pixels(input.pixels.width, input.pixels.height, input.pixels.channels);
+    int plane = 0;
+    for (host::Channel z : input.channels) {
+        int from = 0;
+        for (host::Channel s : source.channels) {
+            if (s == z) {
+                break;
             }
+            ++from;
         }
-    }
-    ImageBuffer guess(width, height, 3);
-    for (std::size_t i = 0; i < hole.size(); ++i) {
-        const float* from = input.data + std::size_t(source[i]) * input.channels;
-        for (int c = 0; c < 3; ++c) {
-            guess.data[i * 3 + c] = from[planes[std::min<std::size_t>(c, planes.size() - 1)]];
+        from = from < source.pixels.channels ? from : 0;
+        for (int i = 0; i < pixels.width * pixels.height; ++i) {
+            pixels.data[std::ptrdiff_t(i) * pixels.channels + plane] =
+                source.pixels.data[std::ptrdiff_t(i) * source.pixels.channels + from];
         }
+        ++plane;
     }
-    return guess;
-}
-
-/// A box of pixels: columns x0 .. x1-1, rows y0 .. y1-1.
-struct Region {
-    int x0, y0, x1, y1;
-};
-
-/// The hole's bounding box grown by Margin on every side; it may reach beyond the image.
-Region workingRegion(const Hole& hole, int width, int height) {
-    Region box{width, height, 0, 0};
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            if (hole[std::size_t(y) * width + x]) {
-                box = {std::min(box.x0, x), std::min(box.y0, y), std::max(box.x1, x + 1),
-                       std::max(box.y1, y + 1)};
-            }
-        }
-    }
-    return {box.x0 - Margin, box.y0 - Margin, box.x1 + Margin, box.y1 + Margin};
-}
-
-/// The driver's 4-channel image of `region`: colour from `guess`, alpha 1 in the hole. Pixels
-/// beyond the image repeat the nearest edge pixel as known colour, so that a hole touching the
-/// edge still lies inside the region, where the steps can reach all its neighbours.
-ImageBuffer workingImage(const ImageBuffer& guess, const Hole& hole, const Region& region) {
-    ImageBuffer work(region.x1 - region.x0, region.y1 - region.y0, 4);
-    for (int y = region.y0; y < region.y1; ++y) {
-        for (int x = region.x0; x < region.x1; ++x) {
-            const int cx = std::clamp(x, 0, guess.width - 1);
-            const int cy = std::clamp(y, 0, guess.height - 1);
-            const std::size_t from = std::size_t(cy) * guess.width + cx;
-            float* to = work.data + (y - region.y0) * work.stride + (x - region.x0) * 4;
-            std::copy_n(guess.data + from * 3, 3, to);
-            to[3] = cx == x && cy == y && hole[from] ? 1.0f : 0.0f;
-        }
-    }
-    return work;
-}
-
-/// The mask image the dual TV method needs: the solver step makes each 2x2 block (2X, 2Y) of
-/// the working image average to the mask's pixel (X, Y). Putting the working image's own block
-/// means there keeps the picture in place, so the step smooths it without moving it.
-ImageBuffer dualTvReference(const ImageBuffer& work) {
-    ImageBuffer mask(work);
-    for (int y = 0; y < work.height / 2; ++y) {
-        for (int x = 0; x < work.width / 2; ++x) {
-            for (int c = 0; c < 3; ++c) {
-                const float* block = work.data + 2 * y * work.stride + 2 * x * 4 + c;
-                const float sum =
-                    (block[0] + block[4]) + (block[work.stride] + block[work.stride + 4]);
-                mask.data[y * mask.stride + x * 4 + c] = 0.25f * sum;
-            }
-        }
-    }
-    return mask;
-}
-
-/// Runs the driver on the hole's working region and puts the result into `pixels` at hole
-/// pixels only (the dual TV method smooths known pixels too). `planes` are the colour planes.
-void fillHole(const Settings& settings, const std::vector<int>& planes, const Hole& hole,
-              ImageBuffer& pixels) {
-    const ImageBuffer guess = firstGuess(pixels, planes, hole);
-    const Region region = workingRegion(hole, pixels.width, pixels.height);
-    ImageBuffer work = workingImage(guess, hole, region);
-    const ImageBuffer mask = settings.method.method == DualTV ? dualTvReference(work) : work;
-    inpaint(mask, work, settings.iterations, !settings.dump.empty(), settings.method.method,
-            settings.dump, settings.lambda, settings.epsilon, settings.timeStep);
-
-    for (int y = region.y0 + Margin; y < region.y1 - Margin; ++y) {
-        for (int x = region.x0 + Margin; x < region.x1 - Margin; ++x) {
-            if (!hole[std::size_t(y) * pixels.width + x]) {
-                continue;
-            }
-            const float* from = work.data + (y - region.y0) * work.stride + (x - region.x0) * 4;
-            float* to = pixels.data + y * pixels.stride + x * pixels.channels;
-            for (std::size_t k = 0; k < planes.size(); ++k) {
-                if (!std::isfinite(from[k])) {
-                    throw CommandError("the " + std::string(settings.method.name) +
-                                       " method diverged; try a smaller --time-step or a "
-                                       "larger --epsilon");
-                }
-                to[planes[k]] = from[k];
-            }
-        }
-    }
+    return pixels;
 }
 
 }  // namespace
 
 int runInpaint(const std::vector<std::string>& args) {
-    const Settings settings = parseSettings(args);
-    LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
-    const std::vector<int> planes = colourPlanes(input);
-    if (planes.empty() || planes.size() > 3) {
-        throw CommandError(settings.input + " has " + std::to_string(planes.size()) +
-                           " colour channels; 1 to 3 can be filled");
-    }
-    const Hole hole = readHole(settings, input);
-    const auto holePixels = std::count(hole.begin(), hole.end(), 1);
-    if (holePixels == std::ptrdiff_t(hole.size())) {
-        throw CommandError("the mask covers all of " + settings.input + ": nothing to fill from");
+    Settings settings = parseSettings(args);
+    const LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
+    const ImageBuffer hole = readHole(settings, input);
+    ImageBuffer sources[2];
+    const ImageBuffer** sourceFields[2] = {&settings.options.source2, &settings.options.source3};
+    for (int k = 0; k < 2; ++k) {
+        if (!settings.sources[k].empty()) {
+            sources[k] = readSource(settings.sources[k], input, settings.input);
+            *sourceFields[k] = &sources[k];
+        }
     }
 
-    if (holePixels > 0) {
-        fillHole(settings, planes, hole, input.pixels);
+    const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
+    ImageBuffer filled;
+    try {
+        filled = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::cerr);
+    } catch (const std::invalid_argument& e) {
+        throw CommandError(settings.input + ": " + e.what());
     }
 
     InterruptGuard interruptGuard;
-    if (!writeImageFile(input.pixels, input.channels, settings.output, input.datatype,
+    if (!writeImageFile(filled, input.channels, settings.output, input.datatype,
                         renderOptions(1, nullptr))) {
         std::cerr << "quorblen inpaint: interrupted; " << settings.output << " was not written\n";
         return ExitInterrupted;
     }
-    std::cout << (settings.sample
-                      ? "Filled the strokes of the sample mask " + settings.mask +
-                            " in the photo " + settings.input
-                      : "Filled " + std::to_string(holePixels) + " pixels of " + settings.input)
-              << " (" << settings.method.name << ", " << settings.iterations
-              << " iterations); wrote " << settings.output << "\n";
+    if (holePixels > 0) {
+        std::cout << (settings.sample
+                          ? "Filled the strokes of the sample mask " + settings.mask +
+                                " in the photo " + settings.input
+                          : "Filled " + std::to_string(holePixels) + " pixels of " + settings.input)
+                  << " (" << settings.method->name << "); wrote " << settings.output << "\n";
+    }
     return ExitOk;
 }
 

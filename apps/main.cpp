@@ -34,8 +34,7 @@ const Command commands[] = {
      "      Convert between the raw format (.raw) and image files, both ways.",
      nullptr},
     {"inpaint", runInpaint,
-     "inpaint INPUT OUTPUT --mask MASK [--method tv|elastica|dual-tv] [--iterations N]\n"
-     "        [--lambda L] [--epsilon E] [--time-step T] [--dump PATTERN]\n"
+     "inpaint INPUT OUTPUT --mask MASK [--method NAME] [--OPTION VALUE]...\n"
      "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).\n"
      "      Without arguments: fill the bundled strokes over the sample photo.",
      describeInpaintDefaults},

@@ -123,22 +123,11 @@ double peronaMalikStep(const ImageBuffer& current, ImageBuffer& next, int c, dou
 double localTotalVariation(const ImageBuffer& image, int x, int y) {
     assert(image.channels >= 3);
     assert(detail::keepsMargin(image, x, y, 2));
-    // sqrt(1/2) rounded to float, then used in double.
-    constexpr double RootHalf = static_cast<double>(0.70710677f);
-    constexpr Offset Here{0, 0};
     double total = 0.0;
-    for (const Offset& q : {Here, NeighbourOffsets[0], NeighbourOffsets[1], NeighbourOffsets[2],
-                            NeighbourOffsets[3]}) {
+    for (const Offset& q : detail::FivePointStencil) {
         for (int c = 0; c < 3; ++c) {
-            const detail::PlaneAt u(image, x + q.dx, y + q.dy, c);
-            const float uq = u(0, 0);
-            const float d0 = u(+1, 0) - uq;
-            const float d1 = uq - u(-1, 0);
-            const float d2 = u(0, +1) - uq;
-            const float d3 = uq - u(0, -1);
-            // Squares summed in single precision; the rooted value is stored as float.
-            const float sum = ((d0 * d0 + d1 * d1) + d2 * d2) + d3 * d3;
-            total += static_cast<float>(std::sqrt(static_cast<double>(sum)) * RootHalf);
+            total +=
+                detail::stencilGradientMagnitude(detail::PlaneAt(image, x + q.dx, y + q.dy, c));
         }
     }
     return total;

@@ -12,6 +12,7 @@
 #include <boost/timer/progress_display.hpp>
 
 #include "inpaint/DiffusionKernels.h"
+#include "inpaint/KernelSupport.h"
 #include "inpaint/Measures.h"
 #include "tv/Offsets.h"
 #include "tv/TvUpscale.h"
@@ -89,17 +90,98 @@ std::string dumpName(const std::string& pattern, int iteration) {
 
 }  // namespace
 
+PixelList unknownPixels(const ImageBuffer& mask) {
+    assert(mask.channels > AlphaChannel);
+    return collectInteriorPixels<PixelEntry>(
+        mask, [&](int x, int y) { return alphaAt(mask, x, y) > 0.0f; },
+        [](int x, int y) {
+            return PixelEntry{std::uint32_t(x), std::uint32_t(y), -1};
+        });
+}
+
+DiffusionRun::DiffusionRun(const ImageBuffer& mask, ImageBuffer& work, int method, double lambda,
+                           double epsilon, double timeStep, int colourChannels)
+    : m_mask(mask),
+      m_work(work),
+      m_method(method),
+      m_lambda(lambda),
+      m_epsilon(epsilon),
+      m_timeStep(timeStep),
+      m_colourChannels(colourChannels),
+      m_pixels(unknownPixels(mask)),
+      m_band(collectInteriorPixels<PixelCoord>(
+          mask, [&](int x, int y) { return inBand(mask, x, y); },
+          [](int x, int y) {
+              return PixelCoord{x, y};
+          })),
+      m_scratch(work),
+      m_dual(work.width, work.height, 2) {
+    assert(mask.channels > AlphaChannel && work.channels > AlphaChannel);
+    assert(mask.width == work.width && mask.height == work.height);
+    assert(colourChannels >= 1 && colourChannels <= 3);
+    // The solver step's planes are cleared, as nothing else writes them.
+    std::fill_n(m_dual.data, std::size_t(m_dual.width) * m_dual.height * m_dual.channels, 0.0f);
+    if (method == Elastica) {
+        m_fields = std::make_unique<detail::ElasticaFields>(work);
+    }
+}
+
+DiffusionRun::~DiffusionRun() = default;
+
+double DiffusionRun::iterate() {
+    double norm = 0.0;
+    for (int c = 0; c < m_colourChannels; ++c) {
+        double change = 0.0;
+        switch (m_method) {
+            case DigitalTV:
+                change = tvInpaintStep(m_mask, m_work, m_scratch, c, AlphaChannel, m_pixels,
+                                       m_lambda, m_epsilon);
+                break;
+            case DualTV:
+                // The step rewrites its estimate in place. Scratch equals the working image at
+                // the start of every iteration, so running it on scratch gives the same result
+                // and the copy below keeps it. Its return value stays out of the norm.
+                tvUpscaleStep(m_mask, m_scratch, m_dual, c, static_cast<float>(m_lambda),
+                              static_cast<float>(m_epsilon));
+                break;
+            case Elastica:
+                change = detail::elasticaInpaintStep(m_mask, m_work, m_scratch, c, AlphaChannel,
+                                                     m_pixels, m_band, m_lambda, m_epsilon,
+                                                     m_timeStep, *m_fields);
+                break;
+            default:
+                break;
+        }
+        // Written as a comparison so that a NaN change never enters the norm.
+        if (change > norm) {
+            norm = change;
+        }
+    }
+    if (m_method == DualTV) {
+        m_work = m_scratch;
+    } else {
+        // The list-based steps write listed pixels only; copying those back is the same as
+        // copying the whole buffer, at a fraction of the cost when the hole is sparse.
+        for (const PixelEntry& p : m_pixels) {
+            const std::ptrdiff_t i = detail::sampleIndex(m_work, p.x, p.y, 0);
+            std::copy_n(m_scratch.data + i, m_colourChannels, m_work.data + i);
+        }
+    }
+    return norm;
+}
+
+void DiffusionRun::restart(const ImageBuffer& start, double timeStep) {
+    assert(start.width == m_work.width && start.height == m_work.height &&
+           start.channels == m_work.channels);
+    m_work = start;
+    m_scratch = start;
+    m_timeStep = timeStep;
+    std::fill_n(m_dual.data, std::size_t(m_dual.width) * m_dual.height * m_dual.channels, 0.0f);
+}
+
 void inpaint(const ImageBuffer& mask, ImageBuffer& work, int iterations, bool dumpEveryIteration,
              int method, const std::string& fileName, double lambda, double epsilon,
              double timeStep) {
-    assert(mask.channels > AlphaChannel && work.channels > AlphaChannel);
-    assert(mask.width == work.width && mask.height == work.height);
-
-    ImageBuffer scratch(work);
-    // The solver step's gradient and smoothing planes; cleared, as nothing else writes them.
-    ImageBuffer dual(work.width, work.height, 2);
-    std::fill_n(dual.data, std::size_t(dual.width) * dual.height * dual.channels, 0.0f);
-
     const bool dumping = dumpEveryIteration && !fileName.empty();
     if (dumping) {
         const std::string name = dumpName(fileName, 0);
@@ -107,49 +189,11 @@ void inpaint(const ImageBuffer& mask, ImageBuffer& work, int iterations, bool du
         std::cout << "inpaint: Initial image. Wrote: " << name << '\n';
     }
 
-    const PixelList pix_list = collectInteriorPixels<PixelEntry>(
-        mask, [&](int x, int y) { return alphaAt(mask, x, y) > 0.0f; },
-        [](int x, int y) {
-            return PixelEntry{std::uint32_t(x), std::uint32_t(y), -1};
-        });
-    const BandList band_list = collectInteriorPixels<PixelCoord>(
-        mask, [&](int x, int y) { return inBand(mask, x, y); },
-        [](int x, int y) {
-            return PixelCoord{x, y};
-        });
-
+    DiffusionRun run(mask, work, method, lambda, epsilon, timeStep);
     boost::timer::progress_display progress(static_cast<unsigned long>(std::max(iterations, 0)),
                                             std::cout, "\n", "", "");
     for (int it = 1; it <= iterations; ++it) {
-        double norm = 0.0;
-        for (int c = 0; c < 3; ++c) {
-            double change = 0.0;
-            switch (method) {
-                case DigitalTV:
-                    change = tvInpaintStep(mask, work, scratch, c, AlphaChannel, pix_list, lambda,
-                                           epsilon);
-                    break;
-                case DualTV:
-                    // The step rewrites its estimate in place. Scratch equals the working image
-                    // at the start of every iteration, so running it on scratch gives the same
-                    // result and the copy below keeps it. Its return value stays out of the norm.
-                    tvUpscaleStep(mask, scratch, dual, c, static_cast<float>(lambda),
-                                  static_cast<float>(epsilon));
-                    break;
-                case Elastica:
-                    change = elasticaInpaintStep(mask, work, scratch, c, AlphaChannel, pix_list,
-                                                 band_list, lambda, epsilon, timeStep);
-                    break;
-                default:
-                    break;
-            }
-            // Written as a comparison so that a NaN change never enters the norm.
-            if (change > norm) {
-                norm = change;
-            }
-        }
-        work = scratch;
-
+        const double norm = run.iterate();
         if (dumping) {
             const std::string name = dumpName(fileName, it);
             work.writeImage(name.c_str());

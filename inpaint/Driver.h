@@ -1,12 +1,60 @@
 // The diffusion inpainting driver.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "image/ImageBuffer.h"
 #include "inpaint/PixelList.h"
 
 namespace quorblen {
+
+namespace detail {
+struct ElasticaFields;
+}
+
+/// The pixels the driver updates: those with alpha (channel 3) above 0 among the interior
+/// pixels (one pixel from every edge), rows from the bottom up and columns from right to left
+/// (the order that decides ties), each tagged -1.
+/// Precondition: `mask` has at least 4 channels.
+PixelList unknownPixels(const ImageBuffer& mask);
+
+/// Iterations of one diffusion step over lists built once: the driver's loop, for callers
+/// that decide for themselves when to stop. Holds references to `mask` and `work`, which must
+/// outlive it; the preconditions and methods are those of `inpaint`.
+class DiffusionRun {
+public:
+    /// Builds the lists from `mask` and the step's buffers for `work`. Iterations update
+    /// channels 0 .. colourChannels-1 (1 to 3; the driver takes all three).
+    DiffusionRun(const ImageBuffer& mask, ImageBuffer& work, int method, double lambda,
+                 double epsilon, double timeStep, int colourChannels = 3);
+    ~DiffusionRun();
+    DiffusionRun(const DiffusionRun&) = delete;
+    DiffusionRun& operator=(const DiffusionRun&) = delete;
+
+    /// One iteration on the colour channels, each reading only the previous iteration's
+    /// values. Returns the iteration's largest change (always 0 for DualTV); a NaN change
+    /// never enters it.
+    double iterate();
+
+    /// Starts again from `start` (which must have the size and channels of the working image)
+    /// with a new time step.
+    void restart(const ImageBuffer& start, double timeStep);
+
+private:
+    const ImageBuffer& m_mask;
+    ImageBuffer& m_work;
+    int m_method;
+    double m_lambda;
+    double m_epsilon;
+    double m_timeStep;
+    int m_colourChannels;
+    PixelList m_pixels;
+    BandList m_band;
+    ImageBuffer m_scratch;
+    ImageBuffer m_dual;  // the solver step's gradient and smoothing planes
+    std::unique_ptr<detail::ElasticaFields> m_fields;
+};
 
 /// Fills the unknown region of `work` by `iterations` Jacobi iterations of one diffusion step
 /// on channels 0, 1 and 2, each iteration reading only the previous one's values.

@@ -1,14 +1,20 @@
-// Inline helpers the inpainting kernels share; not part of the library's interface.
+// Helpers the inpainting kernels and the driver share; not part of the library's interface.
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 
 #include "image/ImageBuffer.h"
+#include "inpaint/PixelList.h"
 #include "tv/Offsets.h"
 
 namespace quorblen::detail {
+
+/// The pixel and its four neighbours, in the order the stencil sums are taken in.
+inline constexpr std::array<Offset, 5> FivePointStencil{
+    {{0, 0}, NeighbourOffsets[0], NeighbourOffsets[1], NeighbourOffsets[2], NeighbourOffsets[3]}};
 
 /// Index of sample c of pixel (x, y) in image.data.
 inline std::ptrdiff_t sampleIndex(const ImageBuffer& image, std::ptrdiff_t x, std::ptrdiff_t y,
@@ -69,6 +75,20 @@ inline double curvatureAt(const PlaneAt& u, double eps2) {
     return sum;
 }
 
+/// Gradient magnitude from the four one-sided differences at the pixel (right, left, down, up):
+/// squares summed in single precision in that order, the root taken in double and scaled by
+/// sqrt(1/2) rounded to float, stored as float.
+inline float stencilGradientMagnitude(const PlaneAt& u) {
+    constexpr double RootHalf = static_cast<double>(0.70710677f);
+    const float uq = u(0, 0);
+    const float d0 = u(+1, 0) - uq;
+    const float d1 = uq - u(-1, 0);
+    const float d2 = u(0, +1) - uq;
+    const float d3 = uq - u(0, -1);
+    const float sum = ((d0 * d0 + d1 * d1) + d2 * d2) + d3 * d3;
+    return static_cast<float>(std::sqrt(static_cast<double>(sum)) * RootHalf);
+}
+
 /// The square of epsilon taken in single precision, then widened.
 inline double squaredInFloat(double epsilon) {
     const float e = static_cast<float>(epsilon);
@@ -81,5 +101,23 @@ inline double storeAndTrack(float& out, float u, double unew, double maxChange) 
     out = static_cast<float>(unew);
     return std::max(maxChange, std::fabs(static_cast<double>(u) - unew));
 }
+
+/// The gradient magnitude, curvature and their product that the elastica step computes at
+/// band pixels, one sample per pixel, cleared to 0 when made. The step writes only band
+/// pixels, so fields kept for one band list stay 0 elsewhere and serve every later step over
+/// the same image size and band: the driver allocates them once per run, not per step.
+struct ElasticaFields {
+    explicit ElasticaFields(const ImageBuffer& like);
+    ImageBuffer gradient;
+    ImageBuffer curvature;
+    ImageBuffer product;
+};
+
+/// elasticaInpaintStep with fields made for `current`'s size and used before only with this
+/// band_list; gives the same samples as the public step, which makes fresh fields per call.
+double elasticaInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
+                           int c, int alphaChannel, const PixelList& pix_list,
+                           const BandList& band_list, double lambda, double epsilon,
+                           double timeStep, ElasticaFields& fields);
 
 }  // namespace quorblen::detail

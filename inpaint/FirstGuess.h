@@ -1,0 +1,14 @@
+// The first guess of a recipe: every hole pixel coloured like its nearest known pixel.
+#pragma once
+
+#include "image/ImageBuffer.h"
+#include "inpaint/WorkingImage.h"
+
+namespace quorblen {
+
+/// `colour` with every hole pixel given the colour of its nearest known pixel in 4-neighbour
+/// steps (a breadth-first search from all known pixels at once; the first to arrive wins).
+/// Precondition: `hole` has one flag per pixel of `colour` and at least one pixel is known.
+ImageBuffer nearestKnownFill(const ImageBuffer& colour, const HoleFlags& hole);
+
+}  // namespace quorblen

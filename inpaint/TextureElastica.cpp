@@ -1,0 +1,50 @@
+// Texture-elastica inpainting.
+#include "inpaint/TextureElastica.h"
+
+#include <cassert>
+#include <iostream>
+
+#include "inpaint/FillSupport.h"
+
+namespace quorblen {
+
+double inpaintTextureElastica(const ImageBuffer* /*ignored*/, ImageBuffer& src,
+                              ImageBuffer& new_img, int maskChannel, PixelList& pix_list,
+                              int searchRadius, bool forward, double epsilon,
+                              double curvatureWeight, double iteration) {
+    using namespace detail;
+    if (lacksAlpha(new_img)) {
+        return -1.0;
+    }
+    assert(src.width == new_img.width && src.height == new_img.height);
+    assert(src.channels > AlphaChannel && maskChannel >= 0 && maskChannel < new_img.channels);
+    const float level = alphaLevel(iteration + 1.0);
+    ListConsumer pass(new_img, pix_list);
+    // One step fewer than entries: the entry left at the front is only marked below.
+    for (std::size_t step = 1; step < pix_list.size(); ++step) {
+        if (!pass.next(forward)) {
+            break;
+        }
+        assert(keepsMargin(new_img, pass.x, pass.y, 2));
+        EnergyProbe probe(new_img, pass.x, pass.y, epsilon, curvatureWeight);
+        // Read once: trying colours rewrites P when the mask is a colour channel.
+        const float maskHere = sampleAt(new_img, pass.x, pass.y, maskChannel);
+        const Choice donor = searchCandidates(
+            src, pass.x, pass.y, searchRadius, 1, 1, probe.current(),
+            [&](int cx, int cy, int) { return maskHere > sampleAt(new_img, cx, cy, maskChannel); },
+            [&](int cx, int cy, int) { return probe.tryColour(new_img, cx, cy); });
+        pass.order.setAlpha(new_img, pass.x, pass.y, level);
+        // Judged by the colours of new_img, written from src.
+        copyColour(src, donor.x, donor.y, new_img, pass.x, pass.y);
+        pass.record(src, donor);
+    }
+    for (const PixelEntry& entry : pix_list) {
+        setAlpha(new_img, entry.x, entry.y, level);
+        setAlpha(src, entry.x, entry.y, level);
+    }
+    std::cout << "ratio : " << curvatureWeight << '\n';
+    reportChanges("inpaintTextureElastica", pass.changed, pix_list.size());
+    return pass.maxChange;
+}
+
+}  // namespace quorblen

@@ -1,0 +1,98 @@
+// The working image of a recipe: the hole's surroundings cropped (and padded) out of a photo,
+// and the way back.
+#include "inpaint/WorkingImage.h"
+
+#include <algorithm>
+#include <cassert>
+
+namespace quorblen {
+namespace {
+
+/// The planes of an image with `channels` planes other than `alphaPlane`.
+std::vector<int> colourPlaneList(int channels, int alphaPlane) {
+    std::vector<int> planes;
+    for (int plane = 0; plane < channels; ++plane) {
+        if (plane != alphaPlane) {
+            planes.push_back(plane);
+        }
+    }
+    assert(!planes.empty() && planes.size() <= 3);
+    return planes;
+}
+
+}  // namespace
+
+HoleFlags holeFlags(const ImageBuffer& mask) {
+    HoleFlags hole(std::size_t(mask.width) * mask.height);
+    for (std::size_t i = 0; i < hole.size(); ++i) {
+        hole[i] = mask.data[i * mask.channels] != 0.0f;
+    }
+    return hole;
+}
+
+ImageBuffer colourPlanes(const ImageBuffer& image, int alphaPlane) {
+    const std::vector<int> planes = colourPlaneList(image.channels, alphaPlane);
+    ImageBuffer colour(image.width, image.height, 3);
+    const std::size_t pixels = std::size_t(image.width) * image.height;
+    for (std::size_t i = 0; i < pixels; ++i) {
+        for (int c = 0; c < 3; ++c) {
+            const int plane = planes[std::min<std::size_t>(c, planes.size() - 1)];
+            colour.data[i * 3 + c] = image.data[i * image.channels + plane];
+        }
+    }
+    return colour;
+}
+
+Region holeRegion(const HoleFlags& hole, int width, int height, int margin) {
+    Region box{width, height, 0, 0};
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            if (hole[std::size_t(y) * width + x]) {
+                box = {std::min(box.x0, x), std::min(box.y0, y), std::max(box.x1, x + 1),
+                       std::max(box.y1, y + 1)};
+            }
+        }
+    }
+    assert(box.x0 < box.x1);
+    return {box.x0 - margin, box.y0 - margin, box.x1 + margin, box.y1 + margin};
+}
+
+ImageBuffer cropWorkingImage(const ImageBuffer& colour, const HoleFlags& hole,
+                             const Region& region) {
+    assert(colour.channels == 3);
+    ImageBuffer work(region.x1 - region.x0, region.y1 - region.y0, WorkChannels);
+    for (int y = region.y0; y < region.y1; ++y) {
+        for (int x = region.x0; x < region.x1; ++x) {
+            const int cx = std::clamp(x, 0, colour.width - 1);
+            const int cy = std::clamp(y, 0, colour.height - 1);
+            const std::size_t from = std::size_t(cy) * colour.width + cx;
+            float* to = work.data + (y - region.y0) * work.stride + (x - region.x0) * WorkChannels;
+            std::copy_n(colour.data + from * 3, 3, to);
+            const bool inside = cx == x && cy == y;
+            to[WorkAlpha] = inside && hole[from] ? 1.0f : 0.0f;
+            to[WorkDonor] = inside && !hole[from] ? 0.0f : 1.0f;
+        }
+    }
+    return work;
+}
+
+void pasteHole(const ImageBuffer& work, const Region& region, const HoleFlags& hole,
+               ImageBuffer& image, int alphaPlane) {
+    const std::vector<int> planes = colourPlaneList(image.channels, alphaPlane);
+    // The region may reach beyond the image; only its part inside can hold hole pixels.
+    for (int y = std::max(region.y0, 0); y < std::min(region.y1, image.height); ++y) {
+        for (int x = std::max(region.x0, 0); x < std::min(region.x1, image.width); ++x) {
+            if (!hole[std::size_t(y) * image.width + x]) {
+                continue;
+            }
+            const float* from =
+                work.data + (y - region.y0) * work.stride + (x - region.x0) * work.channels;
+            float* to = image.data + std::ptrdiff_t(y) * image.stride + x * image.channels;
+            for (std::size_t k = 0; k < planes.size(); ++k) {
+                to[planes[k]] = from[k];
+            }
+        }
+    }
+}
+
+}  // namespace quorblen

@@ -1,0 +1,124 @@
+// Tests of the inpainting recipes: guarantees on a real photo, bad input, back-off.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "inpaint/Inpaint.h"
+#include "support/TestImages.h"
+
+namespace quorblen {
+namespace {
+
+using test::at;
+
+/// A 48 x 40 crop of the astronaut photo as grey, RGB or RGBA (alpha a ramp, to see it kept).
+ImageBuffer photoCrop(int channels) {
+    static const ImageBuffer photo =
+        test::readFileImage(test::sourcePath("data/astronaut.png")).pixels;
+    return test::makeImage(48, 40, channels, [channels](int x, int y, int c) {
+        return c == 3 ? float(x) / 48.0f : at(photo, 200 + x, 180 + y, channels == 1 ? 1 : c);
+    });
+}
+
+/// A 12 x 10 hole cut by the crop's right edge, and one pixel in the top-left corner.
+ImageBuffer holeMask() {
+    return test::makeImage(48, 40, 1, [](int x, int y, int) {
+        return float((x >= 36 && y >= 14 && y < 24) || (x == 0 && y == 0));
+    });
+}
+
+TEST(InpaintRecipe, FillsTheHoleAndKeepsEveryOtherSample) {
+    const ImageBuffer mask = holeMask();
+    for (const RecipeInfo& info : inpaintRecipes()) {
+        for (int channels : {1, 4}) {
+            SCOPED_TRACE(testing::Message() << info.name << ", " << channels << " channels");
+            const ImageBuffer image = photoCrop(channels);
+            std::ostringstream log;
+            const ImageBuffer out =
+                fillHole(image, channels == 4 ? 3 : -1, mask, recipeDefaults(info.recipe), log);
+            ASSERT_EQ(out.channels, channels);
+            int changed = 0;
+            for (int i = 0; i < 48 * 40 * channels; ++i) {
+                const bool hole = mask.data[i / channels] != 0.0f && i % channels != 3;
+                if (!hole) {
+                    ASSERT_EQ(out.data[i], image.data[i]) << "sample " << i;
+                } else {
+                    ASSERT_TRUE(std::isfinite(out.data[i])) << "sample " << i;
+                    changed += out.data[i] != image.data[i];
+                }
+            }
+            EXPECT_GT(changed, 12 * 10 / 2);
+            EXPECT_NE(log.str().find(info.name), std::string::npos) << log.str();
+        }
+    }
+}
+
+TEST(InpaintRecipe, RefusesBadInput) {
+    const ImageBuffer image = photoCrop(3);
+    const ImageBuffer other = photoCrop(1);
+    const ImageBuffer smaller = test::filledImage(40, 40, 3, 0.5f);
+    const ImageBuffer everything = test::filledImage(48, 40, 1, 1.0f);
+    ImageBuffer notANumber = photoCrop(3);
+    at(notANumber, 20, 20, 1) = NAN;
+    const auto with = [](auto change) {
+        RecipeOptions options = recipeDefaults(InpaintRecipe::TV);
+        change(options);
+        return options;
+    };
+    const struct {
+        const ImageBuffer& image;
+        const ImageBuffer& mask;
+        RecipeOptions options;
+        const char* message;
+    } cases[] = {
+        {image, smaller, with([](RecipeOptions&) {}),
+         "the mask is 40 x 40 but the image is 48 x 40"},
+        {image, everything, with([](RecipeOptions&) {}), "nothing to fill from"},
+        {test::filledImage(48, 40, 5, 0.0f), holeMask(), with([](RecipeOptions&) {}),
+         "5 colour channels"},
+        {notANumber, holeMask(), with([](RecipeOptions&) {}), "not finite numbers"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.searchRadius = 0; }),
+         "search-radius must be at least 1 and at most 100, not 0"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.patchRadius = 21; }), "patch-radius"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.epsilon = 0.0; }),
+         "epsilon must be above 0"},
+        {image, holeMask(), with([&](RecipeOptions& o) { o.source2 = &other; }),
+         "source2 is 48 x 40 x 1 but the image is 48 x 40 x 3"},
+    };
+    for (const auto& c : cases) {
+        std::ostringstream log;
+        try {
+            fillHole(c.image, -1, c.mask, c.options, log);
+            ADD_FAILURE() << "no error for " << c.message;
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+        }
+    }
+}
+
+TEST(InpaintRecipe, FillsAOnePixelWideImage) {
+    // The hole lies on both edges at once; the padding around it is known.
+    const ImageBuffer column = test::makeImage(1, 6, 1, [](int, int y, int) { return float(y); });
+    const ImageBuffer hole =
+        test::makeImage(1, 6, 1, [](int, int y, int) { return float(y == 2); });
+    std::ostringstream log;
+    const float filled =
+        at(fillHole(column, -1, hole, recipeDefaults(InpaintRecipe::TV), log), 0, 2, 0);
+    EXPECT_TRUE(filled > 1.0f && filled < 3.0f) << filled;
+}
+
+TEST(InpaintRecipe, ElasticaBacksOffWhenItDiverges) {
+    RecipeOptions options = recipeDefaults(InpaintRecipe::Elastica);
+    options.timeStep = 1.0;
+    options.iterations = 200;
+    std::ostringstream log;
+    const ImageBuffer out = fillHole(photoCrop(3), -1, holeMask(), options, log);
+    EXPECT_NE(log.str().find("unstable after"), std::string::npos) << log.str();
+    EXPECT_TRUE(std::isfinite(at(out, 40, 20, 0)));
+}
+
+}  // namespace
+}  // namespace quorblen
