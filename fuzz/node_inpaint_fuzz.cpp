@@ -1,9 +1,9 @@
-// Fuzzes the Quorblen node and the inpainting methods on tiny images of any float bits (NaN,
+// Fuzzes the Quorblen node and every inpainting recipe on tiny images of any float bits (NaN,
 // infinities, subnormals) with any knob values the program accepts.
 //
-// Input: one byte choosing the entry of `targets`, then what that entry reads: sizes and
-// counts from one byte each, knob values from eight bytes each (a double), samples from four
-// bytes each (a float's bits). Bytes past the end read as 0.
+// Input: one byte choosing the node or a recipe, then what that one reads: sizes, counts and
+// integer options from one byte each, floating-point knob values from eight bytes each (a
+// double), samples from four bytes each (a float's bits). Bytes past the end read as 0.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -12,7 +12,10 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <span>
+#include <stdexcept>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
@@ -60,14 +63,14 @@ private:
 };
 
 /// What a command accepts for a floating-point option: from `min` (excluded when
-/// `minExclusive`) to 1e30.
+/// `minExclusive`) to `max`.
 struct Range {
     double min;
+    double max;
     bool minExclusive;
 };
-constexpr Range NonNegative{0.0, false};  // --lambda
-constexpr Range Positive{0.0, true};      // --epsilon, --time-step
-constexpr Range Regularization{quorblen::app::MinimumRegularization, false};  // --a
+constexpr Range Lambda{0.0, 1e30, false};
+constexpr Range Regularization{quorblen::app::MinimumRegularization, 1e30, false};
 
 /// A knob value as a user types it and as the program reads it.
 struct Number {
@@ -81,8 +84,9 @@ std::optional<Number> takeNumber(ByteReader& in, Range range) {
     char text[32];
     const std::string word(text, std::to_chars(text, text + sizeof text, in.take<double>()).ptr);
     try {
-        return Number{word, quorblen::app::Arguments({"--value", word}, {"--value"})
-                                .doubleValue("--value", 0.0, range.min, 1e30, range.minExclusive)};
+        return Number{word,
+                      quorblen::app::Arguments({"--value", word}, {"--value"})
+                          .doubleValue("--value", 0.0, range.min, range.max, range.minExclusive)};
     } catch (const quorblen::app::UsageError&) {
         return std::nullopt;
     }
@@ -103,7 +107,7 @@ void runNode(ByteReader& in) {
     const int channels = in.small(1, host::Chan_Last);
     const int threads = in.small(1, 2);
     const std::string iterations = std::to_string(in.small(1, MaxIterations));
-    const std::optional<Number> lambda = takeNumber(in, NonNegative);
+    const std::optional<Number> lambda = takeNumber(in, Lambda);
     const std::optional<Number> a = takeNumber(in, Regularization);
     // The channels the host asks for, those the input lacks included; none means all it has.
     host::ChannelSet requested(in.take<std::uint32_t>());
@@ -139,68 +143,77 @@ void runNode(ByteReader& in) {
           std::all_of(delivered.begin(), delivered.end(), [](int n) { return n == 1; }));
 }
 
-/// Known pixels the inpaint command keeps around a hole, repeating the picture's edge.
-constexpr int Margin = 2;
-
-/// An inpainting method as the inpaint command runs it: the driver on the command's working
-/// image, a picture of 3 colour planes with alpha 1 in the hole and 0 elsewhere, framed by
-/// Margin known pixels. The working image is its own mask (the command hands the dual TV
-/// method block means as its reference instead; any colour is as valid). `keepsKnownPixels`:
-/// whether the method must leave pixels outside the hole as they were.
-template <quorblen::InpaintMethod method, bool keepsKnownPixels>
-void runDriver(ByteReader& in) {
-    const int width = in.small(1, MaxSide);
-    const int height = in.small(1, MaxSide);
-    const int iterations = in.small(0, MaxIterations);
-    const std::optional<Number> lambda = takeNumber(in, NonNegative);
-    const std::optional<Number> epsilon = takeNumber(in, Positive);
-    const std::optional<Number> timeStep = takeNumber(in, Positive);
-    if (!lambda || !epsilon || !timeStep) {
-        return;
+/// Sets `parameter` of `options` as the inpaint command would from its option: a double as
+/// typed and checked against the parameter's range, an integer within its range but at most 8
+/// above its minimum, which keeps every run short. False when the program would refuse it.
+bool takeOption(ByteReader& in, const quorblen::RecipeParameter& parameter,
+                quorblen::RecipeOptions& options) {
+    if (const auto* field = std::get_if<int quorblen::RecipeOptions::*>(&parameter.field)) {
+        options.** field =
+            in.small(int(parameter.min), int(std::min(parameter.max, parameter.min + 8)));
+        return true;
     }
-    const ImageBuffer colour = takeImage(in, width, height, 3);
-    ImageBuffer work(width + 2 * Margin, height + 2 * Margin, 4);
-    for (int y = 0; y < work.height; ++y) {
-        for (int x = 0; x < work.width; ++x) {
-            const int px = std::clamp(x - Margin, 0, width - 1);
-            const int py = std::clamp(y - Margin, 0, height - 1);
-            float* to = work.data + y * work.stride + x * 4;
-            std::copy_n(colour.data + py * colour.stride + px * 3, 3, to);
-            const bool inPicture = px == x - Margin && py == y - Margin;
-            to[3] = inPicture && (in.take<std::uint8_t>() & 1) != 0 ? 1.0f : 0.0f;
-        }
+    const std::optional<Number> number =
+        takeNumber(in, {parameter.min, parameter.max, parameter.minExclusive});
+    if (number) {
+        options.*std::get<double quorblen::RecipeOptions::*>(parameter.field) = number->value;
     }
-    const ImageBuffer before = work;
-    quorblen::inpaint(before, work, iterations, false, method, "", lambda->value, epsilon->value,
-                      timeStep->value);
-
-    for (int i = 0; i < work.width * work.height; ++i) {
-        // Alpha never changes; with a method that keeps known pixels, neither does their colour.
-        const int first = keepsKnownPixels && before.data[i * 4 + 3] == 0.0f ? 0 : 3;
-        check(std::memcmp(before.data + i * 4 + first, work.data + i * 4 + first,
-                          sizeof(float) * (4 - first)) == 0);
-    }
+    return number.has_value();
 }
 
-/// Everything the target drives; the first input byte chooses.
-void (*const targets[])(ByteReader&) = {
-    runNode,
-    runDriver<quorblen::DigitalTV, true>,
-    runDriver<quorblen::Elastica, true>,
-    // The dual TV method smooths the whole working image, known pixels included.
-    runDriver<quorblen::DualTV, false>,
-};
+/// A recipe as the inpaint command runs it: an image with any planes, one of them alpha or
+/// none, a mask whose non-zero samples mark the hole, and every numeric option.
+void runRecipe(ByteReader& in, const quorblen::RecipeInfo& recipe) {
+    const int width = in.small(1, MaxSide);
+    const int height = in.small(1, MaxSide);
+    const int channels = in.small(1, host::Chan_Last);
+    const int alphaPlane = in.small(-1, channels - 1);
+    quorblen::RecipeOptions options = quorblen::recipeDefaults(recipe.recipe);
+    for (const quorblen::RecipeParameter& parameter : quorblen::recipeParameters()) {
+        if (!takeOption(in, parameter, options)) {
+            return;
+        }
+    }
+    const ImageBuffer image = takeImage(in, width, height, channels);
+    const ImageBuffer mask = takeImage(in, width, height, 1);
+
+    std::ostream log(nullptr);
+    ImageBuffer filled;
+    try {
+        filled = quorblen::fillHole(image, alphaPlane, mask, options, log);
+    } catch (const std::invalid_argument&) {
+        return;  // refused up front, as the command refuses it
+    } catch (const std::runtime_error&) {
+        return;  // the recipe gave up, which the command reports
+    }
+    // The hole's colour is filled with numbers; every other sample is as it was.
+    check(filled.width == width && filled.height == height && filled.channels == channels);
+    for (int i = 0; i < width * height * channels; ++i) {
+        if (mask.data[i / channels] != 0.0f && i % channels != alphaPlane) {
+            check(std::isfinite(filled.data[i]));
+        } else {
+            check(std::memcmp(filled.data + i, image.data + i, sizeof(float)) == 0);
+        }
+    }
+}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    // The driver's progress bar would only slow the search down.
+    // What the library prints on standard output would only slow the search down.
     std::cout.setstate(std::ios::badbit);
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ByteReader in(data, size);
-    targets[in.take<std::uint8_t>() % std::size(targets)](in);
+    // 0: the node; 1 and up: the recipes, in the library's order.
+    const std::span<const quorblen::RecipeInfo> recipes = quorblen::inpaintRecipes();
+    const std::size_t choice = in.take<std::uint8_t>() % (1 + recipes.size());
+    if (choice == 0) {
+        runNode(in);
+    } else {
+        runRecipe(in, recipes[choice - 1]);
+    }
     return 0;
 }
