@@ -30,7 +30,7 @@ std::string sampleBytes(const ImageBuffer& image) {
                        sizeof(float) * image.width * image.height * image.channels);
 }
 
-TEST(RawImageFile, LayoutExactRoundTripAndArrayReuse) {
+TEST(RawImageFile, LayoutAndExactRoundTrip) {
     test::ScratchDir dir;
     const std::string name = dir.file("image.raw");
     // Values a rounding or text path would not keep: signed zero, subnormal, infinity, NaN.
@@ -45,11 +45,9 @@ TEST(RawImageFile, LayoutExactRoundTripAndArrayReuse) {
     EXPECT_EQ(test::readBytes(name),
               std::string("\3\0\0\0\2\0\0\0\4\0\0\0", 12) + sampleBytes(image));
 
-    // Same sample count, other shape: the array stays and the file's shape is taken.
+    // Same sample count, other shape: the file's shape is taken.
     ImageBuffer back(4, 6, 1);
-    const float* array = back.data;
     ASSERT_TRUE(readRaw(name.c_str(), &back));
-    EXPECT_EQ(back.data, array);
     EXPECT_EQ(std::tie(back.width, back.height, back.channels, back.stride),
               std::make_tuple(3, 2, 4, 12));
     EXPECT_EQ(sampleBytes(back), sampleBytes(image));
