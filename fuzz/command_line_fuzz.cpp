@@ -1,16 +1,21 @@
 // Fuzzes the command-line parsing: arbitrary words, one per line of the input, through
-// Arguments and every parser of what the commands take.
+// Arguments and the parsers of every option value the commands take.
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
 #include "fuzz/FuzzCheck.h"
+#include "inpaint/Recipe.h"
 
 namespace {
 
+namespace app = quorblen::app;
+using quorblen::RecipeOptions;
+using quorblen::RecipeParameter;
 using quorblen::app::Arguments;
 using quorblen::app::UsageError;
 using quorblen::fuzz::check;
@@ -21,16 +26,17 @@ void parseInt(const Arguments& arguments, const std::string& option, int min, in
     check(arguments.has(option) ? value >= min && value <= max : value == min - 1);
 }
 
-/// A floating-point option from `min` (excluded when `minExclusive`) to 1e30: absent gives NaN.
-void parseDouble(const Arguments& arguments, const std::string& option, double min,
+/// A floating-point option in [min, max] (min excluded when `minExclusive`): absent gives NaN.
+void parseDouble(const Arguments& arguments, const std::string& option, double min, double max,
                  bool minExclusive) {
-    const double value = arguments.doubleValue(option, NAN, min, 1e30, minExclusive);
-    check(arguments.has(option) ? value >= min && value <= 1e30 && !(minExclusive && value == min)
+    const double value = arguments.doubleValue(option, NAN, min, max, minExclusive);
+    check(arguments.has(option) ? value >= min && value <= max && !(minExclusive && value == min)
                                 : std::isnan(value));
 }
 
-/// What the commands parse, with the ranges they ask for. Each parser throws UsageError for
-/// what it refuses and checks what it accepts; a new parser is one more entry.
+/// What the upscale command parses, with its ranges. Each parser throws UsageError for what
+/// it refuses and checks what it accepts; a new parser is one more entry, reading its option
+/// or, with a null one, the positional words.
 using Arg = const Arguments&;
 using Opt = const std::string&;
 struct Parser {
@@ -40,10 +46,14 @@ struct Parser {
 const Parser parsers[] = {
     {"--iterations", [](Arg a, Opt o) { parseInt(a, o, 1, 1000000); }},
     {"--threads", [](Arg a, Opt o) { parseInt(a, o, 1, 1024); }},
-    {"--lambda", [](Arg a, Opt o) { parseDouble(a, o, 0.0, false); }},
-    {"--epsilon", [](Arg a, Opt o) { parseDouble(a, o, 0.0, true); }},
-    {"--a", [](Arg a, Opt o) { parseDouble(a, o, quorblen::app::MinimumRegularization, false); }},
+    {"--lambda", [](Arg a, Opt o) { parseDouble(a, o, 0.0, 1e30, false); }},
+    {"--a", [](Arg a, Opt o) { parseDouble(a, o, app::MinimumRegularization, 1e30, false); }},
 };
+
+/// The inpaint command's option for a recipe parameter.
+std::string optionOf(const RecipeParameter& parameter) {
+    return std::string("--") + parameter.name;
+}
 
 /// The lines of `text`.
 std::vector<std::string> words(const std::string& text) {
@@ -61,16 +71,32 @@ std::vector<std::string> words(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    std::vector<std::string> valueOptions = {"--mask"};
+    std::vector<std::string> valueOptions = {"--mask", "--method"};
     for (const Parser& parser : parsers) {
-        valueOptions.push_back(parser.option);
+        if (parser.option != nullptr) {
+            valueOptions.push_back(parser.option);
+        }
+    }
+    for (const RecipeParameter& parameter : quorblen::recipeParameters()) {
+        valueOptions.push_back(optionOf(parameter));
     }
     try {
         const Arguments arguments(words(std::string(reinterpret_cast<const char*>(data), size)),
                                   valueOptions, {"--verbose"});
         for (const Parser& parser : parsers) {
             try {
-                parser.parse(arguments, parser.option);
+                parser.parse(arguments, parser.option != nullptr ? parser.option : "");
+            } catch (const UsageError&) {
+            }
+        }
+        // The inpaint command's options, each with its range, as the command parses them.
+        for (const RecipeParameter& p : quorblen::recipeParameters()) {
+            try {
+                if (std::holds_alternative<int RecipeOptions::*>(p.field)) {
+                    parseInt(arguments, optionOf(p), int(p.min), int(p.max));
+                } else {
+                    parseDouble(arguments, optionOf(p), p.min, p.max, p.minExclusive);
+                }
             } catch (const UsageError&) {
             }
         }
