@@ -9,7 +9,7 @@
 namespace quorblen::app {
 
 /// Installs the program's Ctrl-C (SIGINT) and SIGTERM handler. Called first thing in main,
-/// before anything slow, so that an interrupt never finds the program without it. While an
+/// before anything slow (loading the module, reading files) can be interrupted. While an
 /// InterruptGuard is alive the handler only sets InterruptGuard::flag(); elsewhere it ends the
 /// program at once with ExitInterrupted and "quorblen: interrupted" on standard error. A signal
 /// the program inherited as ignored stays ignored.
