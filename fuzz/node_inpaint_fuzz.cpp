@@ -35,6 +35,10 @@ using quorblen::fuzz::check;
 constexpr int MaxSide = 12;
 /// More iterations find nothing new on images this small; they only slow the search.
 constexpr int MaxIterations = 4;
+/// Integer recipe options (iterations, passes, radii) go at most this far above their
+/// minimum, for the same reason: a diverging elastica run repeats its iterations with
+/// doubled counts up to six times.
+constexpr int MaxIntegerOption = 3;
 
 /// The input, read from the front.
 class ByteReader {
@@ -144,13 +148,13 @@ void runNode(ByteReader& in) {
 }
 
 /// Sets `parameter` of `options` as the inpaint command would from its option: a double as
-/// typed and checked against the parameter's range, an integer within its range but at most 8
-/// above its minimum, which keeps every run short. False when the program would refuse it.
+/// typed and checked against the parameter's range, an integer within its range but at most
+/// MaxIntegerOption above its minimum. False when the program would refuse it.
 bool takeOption(ByteReader& in, const quorblen::RecipeParameter& parameter,
                 quorblen::RecipeOptions& options) {
     if (const auto* field = std::get_if<int quorblen::RecipeOptions::*>(&parameter.field)) {
-        options.** field =
-            in.small(int(parameter.min), int(std::min(parameter.max, parameter.min + 8)));
+        const double max = std::min(parameter.max, parameter.min + MaxIntegerOption);
+        options.*(*field) = in.small(int(parameter.min), int(max));
         return true;
     }
     const std::optional<Number> number =
