@@ -15,6 +15,9 @@ bool contains(const std::vector<std::string>& list, const std::string& word) {
     return std::find(list.begin(), list.end(), word) != list.end();
 }
 
+/// Short spellings of options, as oiiotool has them.
+constexpr std::pair<const char*, const char*> shortOptions[] = {{"-d", "--data-type"}};
+
 std::filesystem::path programDirectory() {
     std::error_code ec;
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
@@ -33,7 +36,12 @@ Arguments::Arguments(const std::vector<std::string>& args,
                      const std::vector<std::string>& valueOptions,
                      const std::vector<std::string>& flagOptions) {
     for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
+        std::string arg = args[i];
+        for (const auto& [shortName, longName] : shortOptions) {
+            if (arg == shortName && contains(valueOptions, longName)) {
+                arg = longName;
+            }
+        }
         if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
             m_positional.push_back(arg);
             continue;

@@ -25,7 +25,8 @@ public:
 };
 
 /// The arguments of one command: positional words and "--name value" / "--name=value"
-/// options. Options must be among those the command declares.
+/// options; "-d TYPE" stands for "--data-type TYPE". Options must be among those the command
+/// declares.
 class Arguments {
 public:
     /// Parses `args`; `valueOptions` take a value, `flagOptions` take none.

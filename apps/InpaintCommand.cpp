@@ -27,24 +27,28 @@ std::string flagOf(const RecipeParameter& parameter) {
     return std::string("--") + parameter.name;
 }
 
-/// "5", or "tv 500, elastica 2000" when the recipes' defaults differ.
+/// "5", or "0.01 (elastica 0.1)" when some recipes' defaults differ from the most common.
 std::string defaultsOf(const RecipeParameter& parameter) {
     const std::span<const RecipeInfo> recipes = inpaintRecipes();
-    const auto valueFor = [&](const RecipeInfo& info) {
-        return parameterValue(parameter, recipeDefaults(info.recipe));
-    };
-    std::ostringstream text;
-    if (std::all_of(recipes.begin(), recipes.end(), [&](const RecipeInfo& info) {
-            return valueFor(info) == valueFor(recipes[0]);
-        })) {
-        text << valueFor(recipes[0]);
-        return text.str();
-    }
-    const char* separator = "";
+    std::vector<double> values;
     for (const RecipeInfo& info : recipes) {
-        text << separator << info.name << " " << valueFor(info);
-        separator = ", ";
+        values.push_back(parameterValue(parameter, recipeDefaults(info.recipe)));
     }
+    const auto count = [&](double value) {
+        return std::count(values.begin(), values.end(), value);
+    };
+    const double usual = *std::max_element(values.begin(), values.end(),
+                                           [&](double a, double b) { return count(a) < count(b); });
+    std::ostringstream text;
+    text << usual;
+    const char* separator = " (";
+    for (std::size_t k = 0; k < recipes.size(); ++k) {
+        if (values[k] != usual) {
+            text << separator << recipes[k].name << " " << values[k];
+            separator = ", ";
+        }
+    }
+    text << (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
     return text.str();
 }
 
@@ -67,6 +71,9 @@ void describeInpaintDefaults(std::ostream& out) {
     for (const RecipeInfo& info : inpaintRecipes()) {
         out << "        " << info.name << ": " << info.summary << "\n";
     }
+    out << "        The exemplar methods (texture to fallback) copy colours of known pixels\n"
+           "        within --search-radius of a hole pixel; a pixel farther from every known\n"
+           "        pixel keeps the first guess, the colour of its nearest known pixel.\n";
     out << "        (The library's dual TV driver method is the upscaler's 2x solver: it keeps\n"
            "        every 2x2 block mean of its first guess and cannot fill a hole, so it is\n"
            "        not offered here; the upscale command uses that solver.)\n"
@@ -76,7 +83,8 @@ void describeInpaintDefaults(std::ostream& out) {
             << defaultsOf(parameter) << ")\n            " << parameter.meaning << "\n";
     }
     out << "        --source2 FILE, --source3 FILE (default: INPUT itself)\n"
-           "            more donor images of INPUT's size, for the three-source methods\n";
+           "            more donor images of INPUT's size for weighted-elastica, multi-source and\n"
+           "            fallback; their pixels under the mask donate nothing\n";
 }
 
 namespace {
@@ -90,10 +98,12 @@ struct Settings {
     const RecipeInfo* method = nullptr;
     RecipeOptions options{};
     std::string sources[2];  // --source2, --source3; empty: INPUT itself
+    OutputChoices choices;
 };
 
 Settings parseSettings(const std::vector<std::string>& args) {
     std::vector<std::string> valueOptions{"--mask", "--method", "--source2", "--source3"};
+    valueOptions.insert(valueOptions.end(), outputOptions.begin(), outputOptions.end());
     for (const RecipeParameter& parameter : recipeParameters()) {
         valueOptions.push_back(flagOf(parameter));
     }
@@ -143,6 +153,7 @@ Settings parseSettings(const std::vector<std::string>& args) {
     }
     settings.sources[0] = arguments.value("--source2").value_or("");
     settings.sources[1] = arguments.value("--source3").value_or("");
+    settings.choices = outputChoices(arguments, settings.output);
     checkWritableImagePath(settings.output);
     return settings;
 }
@@ -229,7 +240,7 @@ ImageBuffer readSource(const std::string& path, const LoadedImage& input,
 
 int runInpaint(const std::vector<std::string>& args) {
     Settings settings = parseSettings(args);
-    const LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
+    LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
     const ImageBuffer hole = readHole(settings, input);
     ImageBuffer sources[2];
     const ImageBuffer** sourceFields[2] = {&settings.options.source2, &settings.options.source3};
@@ -241,16 +252,14 @@ int runInpaint(const std::vector<std::string>& args) {
     }
 
     const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
-    ImageBuffer filled;
     try {
-        filled = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::cerr);
+        input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::cerr);
     } catch (const std::invalid_argument& e) {
         throw CommandError(settings.input + ": " + e.what());
     }
 
     InterruptGuard interruptGuard;
-    if (!writeImageFile(filled, input.channels, settings.output, input.datatype,
-                        renderOptions(1, nullptr))) {
+    if (!writeImageFile(input, settings.output, settings.choices, renderOptions(1, nullptr))) {
         std::cerr << "quorblen inpaint: interrupted; " << settings.output << " was not written\n";
         return ExitInterrupted;
     }

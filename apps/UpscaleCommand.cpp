@@ -1,5 +1,6 @@
 // quorblen upscale: Read -> Quorblen -> Write, wired and rendered through the host.
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <thread>
 
@@ -9,6 +10,7 @@
 #include "apps/Rendering.h"
 #include "host/Module.h"
 #include "host/Read.h"
+#include "host/SystemMemory.h"
 #include "host/Write.h"
 
 namespace quorblen::app {
@@ -36,10 +38,6 @@ std::unique_ptr<host::Op> createOp(const char* className, host::Node& node) {
     return op;
 }
 
-std::string firstError(const host::Op& op, const std::string& fallback) {
-    return op.messageHandler().getFirstError().value_or(fallback);
-}
-
 int defaultThreads() {
     return std::max(1u, std::thread::hardware_concurrency());
 }
@@ -62,7 +60,9 @@ void describeUpscaleKnobs(std::ostream& out) {
 }
 
 int runUpscale(const std::vector<std::string>& args) {
-    const Arguments arguments(args, {"--iterations", "--lambda", "--a", "--threads"});
+    std::vector<std::string> options = {"--iterations", "--lambda", "--a", "--threads"};
+    options.insert(options.end(), outputOptions.begin(), outputOptions.end());
+    const Arguments arguments(args, options);
     // Range checks here; the values themselves go to the node's knobs as typed, so the
     // node's own defaults stay the only ones.
     arguments.intValue("--iterations", 1, 1, 1000000);
@@ -76,6 +76,7 @@ int runUpscale(const std::vector<std::string>& args) {
     }
     const std::string input = sample ? bundledDataFile(sampleName) : arguments.positional()[0];
     const std::string output = sample ? sampleOutput : arguments.positional()[1];
+    const OutputChoices choices = outputChoices(arguments, output);
     checkWritableImagePath(output);
 
     host::loadModule(moduleFile());
@@ -86,21 +87,22 @@ int runUpscale(const std::vector<std::string>& args) {
     std::unique_ptr<host::Op> upscale = createOp("Quorblen", upscaleNode);
     std::unique_ptr<host::Op> writeOp = createOp("Write", writeNode);
     auto* reader = dynamic_cast<host::Read*>(read.get());
+    auto* node = dynamic_cast<host::Iop*>(upscale.get());
     auto* writer = dynamic_cast<host::Write*>(writeOp.get());
-    if (reader == nullptr || writer == nullptr) {
-        throw CommandError("the host's Read or Write operator is not an image reader or writer");
+    if (reader == nullptr || node == nullptr || writer == nullptr) {
+        throw CommandError("the host's Read, Quorblen or Write operator is not of its kind");
     }
 
-    reader->file(input);
-    reader->validate(true);
-    if (reader->aborted()) {
-        throw CommandError(firstError(*reader, "cannot read " + input));
-    }
-    const host::Format& in = reader->format();
-    if (std::int64_t(2 * in.width) * (2 * in.height) * reader->channels().size() >
-        std::numeric_limits<std::int32_t>::max()) {
-        throw CommandError(input + " is too large to upscale (" + std::to_string(in.width) + " x " +
-                           std::to_string(in.height) + ")");
+    openImageFile(*reader, input);
+    // The node holds the input and its enlargement as floats: refuse before reading pixels.
+    const host::Box& box = reader->info().box();
+    const double samples = double(box.w()) * box.h() * reader->channels().size();
+    const std::string shortfall = host::memoryShortfall(5.0 * samples * sizeof(float));
+    if (4.0 * samples > std::numeric_limits<std::int32_t>::max() || !shortfall.empty()) {
+        throw CommandError(input + " is too large to upscale (" + std::to_string(box.w()) + " x " +
+                           std::to_string(box.h()) + "): the enlargement " +
+                           (shortfall.empty() ? "would hold more than 2^31 - 1 samples"
+                                              : "and its input need " + shortfall));
     }
 
     upscale->set_input(0, reader, 0, 0);
@@ -114,21 +116,13 @@ int runUpscale(const std::vector<std::string>& args) {
 
     TerminalProgress progress;
     InterruptGuard interruptGuard;
-    writer->set_input(0, upscale.get(), 0, 0);
-    writer->file(output.c_str());
-    writer->set_file_type_from_filename();
-    writer->channels(reader->channels());
-    writer->datatype(reader->file_datatype());
-    writer->render_options(renderOptions(threads, &progress));
-    if (!writer->execute()) {
-        if (writer->cancelled()) {
-            std::cerr << "quorblen upscale: interrupted; " << output << " was not written\n";
-            return ExitInterrupted;
-        }
-        throw CommandError(firstError(*writer, "cannot write " + output));
+    if (!writeImageFile(*writer, *node, reader->channels(), output, reader->file_datatype(),
+                        choices, renderOptions(threads, &progress))) {
+        std::cerr << "quorblen upscale: interrupted; " << output << " was not written\n";
+        return ExitInterrupted;
     }
     std::cout << (sample ? "Upscaled the sample photo " + input + " to " : "Wrote ") << output
-              << " (" << 2 * in.width << " x " << 2 * in.height << ")\n";
+              << " (" << 2 * box.w() << " x " << 2 * box.h() << ")\n";
     return ExitOk;
 }
 

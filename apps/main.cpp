@@ -6,6 +6,8 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/ImageFiles.h"
+#include "apps/LibraryLines.h"
 #include "apps/Rendering.h"
 
 namespace {
@@ -22,6 +24,7 @@ struct Command {
 const Command commands[] = {
     {"upscale", runUpscale,
      "upscale INPUT OUTPUT [--iterations N] [--lambda L] [--a A] [--threads N]\n"
+     "        [-d TYPE] [--compression NAME]\n"
      "      Enlarge INPUT to twice its width and height, smoothing noise in flat areas\n"
      "      while keeping edges; every 2x2 block of OUTPUT keeps its input pixel's mean.\n"
      "      --iterations N  the node's Iterations: solver iterations per channel\n"
@@ -30,11 +33,12 @@ const Command commands[] = {
      "      --threads N     render threads (default: one per core)",
      describeUpscaleKnobs},
     {"convert", runConvert,
-     "convert INPUT OUTPUT\n"
+     "convert INPUT OUTPUT [-d TYPE] [--compression NAME]\n"
      "      Convert between the raw format (.raw) and image files, both ways.",
      nullptr},
     {"inpaint", runInpaint,
      "inpaint INPUT OUTPUT --mask MASK [--method NAME] [--OPTION VALUE]...\n"
+     "        [-d TYPE] [--compression NAME]\n"
      "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).\n"
      "      Without arguments: fill the bundled strokes over the sample photo.",
      describeInpaintDefaults},
@@ -54,6 +58,8 @@ void printHelp(std::ostream& out) {
     for (const Command& command : commands) {
         printUsage(out, command);
     }
+    out << "\nOutput options of every command:\n";
+    describeOutputOptions(out);
 }
 
 }  // namespace
@@ -61,6 +67,7 @@ void printHelp(std::ostream& out) {
 int main(int argc, char** argv) {
     // Before anything slow (loading the module, reading files) can be interrupted.
     installInterruptHandler();
+    filterLibraryLines();
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string name = "upscale";
     if (!args.empty()) {
@@ -84,6 +91,7 @@ int main(int argc, char** argv) {
             if (arg == "--help" || arg == "-h") {
                 std::cout << "usage: quorblen\n";
                 printUsage(std::cout, command);
+                describeOutputOptions(std::cout);
                 return ExitOk;
             }
         }

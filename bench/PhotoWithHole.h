@@ -4,6 +4,7 @@
 #include <OpenImageIO/imageio.h>
 
 #include <cstdint>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -55,5 +56,21 @@ inline PixelList holeList(const ImageBuffer& image) {
     }
     return list;
 }
+
+/// Keeps standard output quiet while it lives: the passes' summary lines are not part of what
+/// is measured.
+class QuietConsole {
+public:
+    QuietConsole() : m_console(std::cout.rdbuf(nullptr)) {}
+    ~QuietConsole() {
+        std::cout.rdbuf(m_console);
+        std::cout.clear();
+    }
+    QuietConsole(const QuietConsole&) = delete;
+    QuietConsole& operator=(const QuietConsole&) = delete;
+
+private:
+    std::streambuf* m_console;
+};
 
 }  // namespace quorblen::bench

@@ -1,7 +1,6 @@
 // Benchmarks of the exemplar and elastica fill passes on a photo with a centred square hole.
 #include <benchmark/benchmark.h>
 
-#include <iostream>
 #include <map>
 
 #include "PhotoWithHole.h"
@@ -78,8 +77,7 @@ void BM_FillPass(benchmark::State& state) {
     const int searchRadius = int(state.range(2));
     const ImageBuffer& extra = photo(0);
     const PixelList holeList = bench::holeList(src);
-    // The passes' summary lines are not part of what is measured.
-    std::streambuf* console = std::cout.rdbuf(nullptr);
+    const bench::QuietConsole quiet;
     for (auto _ : state) {
         state.PauseTiming();
         ImageBuffer written(src);
@@ -88,8 +86,6 @@ void BM_FillPass(benchmark::State& state) {
         state.ResumeTiming();
         benchmark::DoNotOptimize(runPass(pass, searchRadius, src, extra, written, source, list));
     }
-    std::cout.rdbuf(console);
-    std::cout.clear();
     state.SetLabel(PassNames[pass]);
     state.SetItemsProcessed(state.iterations() * std::int64_t(holeList.size()));
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <random>
 
-#include "tv/TvUpscale.h"
+#include "tv/RowKernels.h"
 
 namespace quorblen {
 namespace {
@@ -13,10 +13,17 @@ constexpr int Width = 1920;
 constexpr int Height = 1080;
 constexpr int Channels = 3;
 
-/// One step on plane 0 of a three-plane estimate, the node's layout for an RGB input. The
-/// reference is uniform noise and the estimate starts as its nearest-neighbour enlargement;
-/// the step keeps every block mean, so the repeated steps stay on data of that kind.
+/// One step on plane 0 of a three-plane estimate, the node's layout for an RGB input, with the
+/// four-lane SSE kernels (argument 0) or the eight-lane AVX2 ones (1). The reference is uniform
+/// noise and the estimate starts as its nearest-neighbour enlargement; the step keeps every
+/// block mean, so the repeated steps stay on data of that kind.
 void BM_TvUpscaleStep(benchmark::State& state) {
+    if (state.range(0) == 1 && !detail::avx2Available()) {
+        state.SkipWithError("this processor has no AVX2");
+        return;
+    }
+    const detail::RowKernels& kernels =
+        state.range(0) == 1 ? detail::avx2RowKernels : detail::sseRowKernels;
     ImageBuffer reference(Width, Height, Channels);
     std::mt19937 rng(1);
     std::uniform_real_distribution<float> noise(0.0f, 1.0f);
@@ -34,12 +41,13 @@ void BM_TvUpscaleStep(benchmark::State& state) {
     }
     ImageBuffer work(estimate.width, estimate.height, 2);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(tvUpscaleStep(reference, estimate, work, 0, 5.0f, 0.0001f));
+        benchmark::DoNotOptimize(
+            detail::tvUpscaleStepWith(kernels, reference, estimate, work, 0, 5.0f, 0.0001f));
     }
     // Items are output pixels of the plane.
     state.SetItemsProcessed(state.iterations() * std::int64_t(estimate.width) * estimate.height);
 }
-BENCHMARK(BM_TvUpscaleStep)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TvUpscaleStep)->ArgName("avx2")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace quorblen

@@ -3,12 +3,14 @@
 
 #include "host/Box.h"
 #include "host/Channel.h"
+#include "host/MetaData.h"
 #include "host/Op.h"
 #include "host/Row.h"
 
 namespace host {
 
-/// What an image operator produces: its format, full-size format, data box and channels.
+/// What an image operator produces: its format (the display window), full-size format, data box
+/// (the data window, which may reach outside the format), channels and metadata.
 class IopInfo : public Box {
 public:
     IopInfo();
@@ -25,10 +27,14 @@ public:
     const Box& box() const { return *this; }
     void set(const Box& box) { static_cast<Box&>(*this) = box; }
 
+    const MetaData& metadata() const { return m_metadata; }
+    MetaData& metadata() { return m_metadata; }
+
 private:
     const Format* m_format;
     const Format* m_full_size_format;
     ChannelSet m_channels;
+    MetaData m_metadata;
 };
 
 /// Base of the operators that produce images. Rows are produced by `engine`, called
@@ -62,7 +68,7 @@ public:
     virtual void engine(int y, int x, int r, const ChannelSet& channels, Row& row) = 0;
 
 protected:
-    /// Validates input 0 and copies its information (format, box, channels).
+    /// Validates input 0 and copies its information (format, box, channels, metadata).
     void copy_info();
     void set_out_channels(const ChannelSet& channels) { m_out_channels = channels; }
     IopInfo& info_() { return m_info; }

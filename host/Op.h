@@ -47,12 +47,14 @@ public:
 };
 
 /// The state the operators wired into one tree share: abort and cancel flags, the error
-/// messages and the progress sink of the render in flight.
+/// messages, the progress sink of the render in flight and the threads the host lets an
+/// operator use (0: none set).
 struct OpTree {
     std::atomic<bool> aborted{false};
     std::atomic<bool> cancelled{false};
     OpMessageHandler messages;
     std::atomic<ProgressSink*> progress{nullptr};
+    std::atomic<int> render_threads{0};
 };
 
 /// Base of every operator. Operators are wired into a tree through `set_input`; every
@@ -138,6 +140,13 @@ public:
     void progress_fraction(double fraction) const;
     /// Installs (or with nullptr removes) the progress sink of the tree.
     void set_progress_sink(ProgressSink* sink) { m_tree->progress.store(sink); }
+
+    // --- threads ---------------------------------------------------------------------------
+    /// How many threads an operator may use for one whole-image computation, as the host's
+    /// render settings give it; 0 when the host sets nothing (then every core).
+    int render_threads() const { return m_tree->render_threads.load(); }
+    /// Sets the threads of the tree's operators (0: unset).
+    void set_render_threads(int threads) { m_tree->render_threads.store(threads); }
 
     // --- knobs -----------------------------------------------------------------------------
     /// Declares the operator's knobs; the host calls it once to bind them.

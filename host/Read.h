@@ -1,6 +1,8 @@
 // The host's image reader: any file OpenImageIO reads, as float channels.
 #pragma once
 
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -11,8 +13,14 @@ namespace host {
 /// Reads the image file named by its "file" knob. Channels come in host order: red, green,
 /// blue, alpha by their file names (R, G, B, A in any case), then every other channel under
 /// its own name (a grey image's "Y", an EXR layer's "diffuse.R", ...). Row 0 is the top row
-/// of the file. The whole image is loaded when the reader is validated for real; an
-/// unreadable or corrupt file is reported through `error`.
+/// of the file.
+///
+/// Validation reads only the header: the display window becomes the format (with the pixel
+/// aspect ratio), the data window the box, the file's attributes the metadata. A file that is
+/// missing, not an image, or whose pixels as floats would need more memory than the machine
+/// has is reported through `error`. Rows are read when they are asked for, a strip of rows at
+/// a time, so the reader holds one strip of the image, never all of it; a file that turns out
+/// broken there (cut short, corrupt) is reported through `error` too.
 class Read : public Iop {
 public:
     explicit Read(Node* node);
@@ -34,20 +42,29 @@ public:
     /// The OpenImageIO format name of the file ("png", "openexr", ...).
     const std::string& file_format() const { return m_file_format; }
 
+    /// Row y, columns x .. r-1: the file's samples inside the data window, zeros outside it
+    /// and for channels the file does not have. Safe to call from several threads.
     void engine(int y, int x, int r, const ChannelSet& channels, Row& row) override;
 
 protected:
     void _validate(bool for_real) override;
 
 private:
+    struct OpenFile;
+    /// Opens `m_file` and reads its header into the reader's information; false, after
+    /// reporting why, when it cannot be an image to read.
+    bool open();
+
     std::string m_file;
-    std::string m_loaded;  // the file whose pixels `m_pixels` hold
     std::string m_file_datatype;
     std::string m_file_format;
     Format m_format;
-    int m_file_channels = 0;
-    std::vector<int> m_plane_of_channel;  // host channel -> plane in m_pixels, or -1
-    std::vector<float> m_pixels;          // interleaved, file channel order
+    Box m_box;
+    ChannelSet m_channels;
+    MetaData m_metadata;
+    std::vector<int> m_plane_of_channel;  // host channel -> plane of the file, or -1
+    std::mutex m_mutex;                   // guards m_open while rows are read
+    std::unique_ptr<OpenFile> m_open;     // the file being read, and the strip last read
 };
 
 }  // namespace host

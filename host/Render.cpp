@@ -45,36 +45,50 @@ void reportingErrors(Op& op, Body&& body) {
 
 }  // namespace
 
-bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
+bool render(Iop& op, const ChannelSet& channels, const Box& area, const RenderOptions& options,
             const RowSink& sink) {
     op.clear_abort();
+    op.set_render_threads(std::max(1, options.threads));
     reportingErrors(op, [&] { op.validate(true); });
     if (op.aborted()) {
         return false;
     }
-    const int width = op.format().width;
-    const int height = op.format().height;
-    reportingErrors(op, [&] { op.request(0, 0, width, height, channels, 1); });
+    reportingErrors(op, [&] { op.request(area.x, area.y, area.r, area.t, channels, 1); });
     if (op.aborted()) {
         return false;
     }
     const Box& box = op.info().box();
-    const int x0 = std::clamp(box.x, 0, width);
-    const int x1 = std::clamp(box.r, x0, width);
+    const int x0 = std::clamp(box.x, area.x, area.r);
+    const int x1 = std::clamp(box.r, x0, area.r);
+    const int height = std::max(area.h(), 0);
+    const int threadCount = std::max(1, options.threads);
+
+    // Row i of the area is computed into slot i % window and handed to the sink in order by
+    // whichever thread finds the next row ready; a thread whose row would overwrite a slot not
+    // yet delivered waits.
+    const int window = 4 * threadCount;
+    std::vector<Row> slots(std::size_t(window), Row(area.x, std::max(area.x, area.r)));
+    std::vector<char> ready(std::size_t(window), 0);
+    int delivered = 0;
+    bool delivering = false;
 
     RenderProgress progress;
     op.set_progress_sink(&progress);
     std::atomic<int> nextRow{0};
-    std::atomic<int> rowsDone{0};
     std::mutex mutex;
-    std::condition_variable finished;
-    int running = std::max(1, options.threads);
+    std::condition_variable changed;
+    int running = threadCount;
 
     auto worker = [&] {
         reportingErrors(op, [&] {
-            Row row(0, width);
-            for (int y = nextRow.fetch_add(1); y < height && !op.aborted();
-                 y = nextRow.fetch_add(1)) {
+            for (int i = nextRow.fetch_add(1); i < height && !op.aborted();
+                 i = nextRow.fetch_add(1)) {
+                {
+                    std::unique_lock lock(mutex);
+                    changed.wait(lock, [&] { return i < delivered + window || op.aborted(); });
+                }
+                const int y = area.y + i;
+                Row& row = slots[std::size_t(i % window)];
                 row.erase(channels);
                 if (y >= box.y && y < box.t && x0 < x1) {
                     op.get(y, x0, x1, channels, row);
@@ -83,17 +97,31 @@ bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
                 if (op.aborted()) {
                     break;
                 }
-                sink(y, row);
-                rowsDone.fetch_add(1);
+                std::unique_lock lock(mutex);
+                ready[std::size_t(i % window)] = 1;
+                if (delivering) {
+                    continue;  // the thread delivering rows takes this one in its turn
+                }
+                delivering = true;
+                while (delivered < height && ready[std::size_t(delivered % window)] &&
+                       !op.aborted()) {
+                    const std::size_t slot = std::size_t(delivered % window);
+                    lock.unlock();
+                    sink(area.y + delivered, slots[slot]);
+                    lock.lock();
+                    ready[slot] = 0;
+                    ++delivered;
+                    changed.notify_all();
+                }
+                delivering = false;
             }
         });
         std::scoped_lock lock(mutex);
         --running;
-        finished.notify_all();
+        changed.notify_all();
     };
 
     std::vector<std::thread> threads;
-    const int threadCount = running;
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back(worker);
     }
@@ -102,15 +130,16 @@ bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options,
         for (;;) {
             if (options.interrupt != nullptr && options.interrupt->load()) {
                 op.cancel();
+                changed.notify_all();
             }
             if (options.progress != nullptr) {
-                const double rows = height > 0 ? double(rowsDone.load()) / height : 1.0;
+                const double rows = height > 0 ? double(delivered) / height : 1.0;
                 options.progress->update(progress.combined(rows));
             }
             if (running == 0) {
                 break;
             }
-            finished.wait_for(lock, std::chrono::milliseconds(50), [&] { return running == 0; });
+            changed.wait_for(lock, std::chrono::milliseconds(50), [&] { return running == 0; });
         }
     }
     for (std::thread& thread : threads) {

@@ -15,15 +15,18 @@ struct RenderOptions {
     const std::atomic<bool>* interrupt = nullptr;  // set by the caller (Ctrl-C) to cancel
 };
 
-/// Receives row y once it is complete. Called concurrently for different rows.
+/// Receives row y of a render, spanning the columns of the rendered area.
 using RowSink = std::function<void(int y, Row& row)>;
 
-/// Renders `op`: clears the tree's abort state, validates `op`, requests its format area in
-/// `channels`, and pulls rows 0 .. height-1 of its format (columns 0 .. width-1) on
-/// `options.threads` threads; columns and rows outside the operator's box are zeros.
-/// Every finished row goes to `sink`. An interrupt cancels the tree (the user's stop); an
-/// operator's error aborts it. Returns true when every row was delivered, false when the
-/// tree was aborted (see `op.cancelled()` and `op.messageHandler()`).
-bool render(Iop& op, const ChannelSet& channels, const RenderOptions& options, const RowSink& sink);
+/// Renders `area` of `op`: clears the tree's abort state, gives its operators `options.threads`
+/// threads for whole-image computations (Op::render_threads), validates `op`, requests `area`
+/// in `channels` and pulls its rows on `options.threads` threads; columns and rows outside the
+/// operator's box are zeros. `sink` receives the rows in order, top to bottom, one call at a
+/// time, while the threads compute at most a few rows per thread ahead of the last one
+/// delivered, so memory stays bounded whatever the area's size. An interrupt cancels the tree
+/// (the user's stop); an operator's error aborts it. Returns true when every row was delivered,
+/// false when the tree was aborted (see `op.cancelled()` and `op.messageHandler()`).
+bool render(Iop& op, const ChannelSet& channels, const Box& area, const RenderOptions& options,
+            const RowSink& sink);
 
 }  // namespace host

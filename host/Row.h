@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <iterator>
 #include <ranges>
@@ -34,16 +35,18 @@ public:
     /// The span of channel `z` for reading.
     const float* operator[](Channel z) { return writable(z); }
 
-    /// Copies columns 0 .. width-1 of `channels`, in the order they are given, into `line`
-    /// interleaved: the k-th channel of pixel x goes to line[x * count + k].
+    /// Copies columns x .. r-1 of `channels`, in the order they are given, into `line`
+    /// interleaved: the k-th channel of column X goes to line[(X - x) * count + k].
+    /// x .. r-1 must lie inside the row's own span.
     template <class Channels>
-    void interleave(const Channels& channels, int width, float* line) {
+    void interleave(const Channels& channels, int x, int r, float* line) {
+        assert(x >= m_x && r <= m_r);
         const std::ptrdiff_t count = std::ranges::distance(channels);
         std::ptrdiff_t k = 0;
         for (Channel z : channels) {
             const float* span = writable(z);
-            for (int x = 0; x < width; ++x) {
-                line[x * count + k] = span[x];
+            for (int X = x; X < r; ++X) {
+                line[(X - x) * count + k] = span[X];
             }
             ++k;
         }

@@ -8,9 +8,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <limits>
 #include <vector>
+
+#include "host/OiioSupport.h"
 
 namespace host {
 namespace {
@@ -44,6 +48,74 @@ std::filesystem::path temporaryPathFor(const std::filesystem::path& target) {
     return target.parent_path() / name;
 }
 
+/// Rows written at a time: a whole number of the scanline chunks EXR compresses together, so
+/// that OpenEXR compresses the chunks of one strip on its threads.
+constexpr int StripRows = 64;
+
+/// A compression a file format offers, and the largest level it takes after a colon (0: none).
+struct Compression {
+    const char* format;  // OpenImageIO's name of the format
+    const char* name;
+    int maxLevel;
+};
+constexpr int AnyLevel = std::numeric_limits<int>::max();
+constexpr Compression knownCompressions[] = {
+    {"openexr", "none", 0},
+    {"openexr", "rle", 0},
+    {"openexr", "zip", 9},
+    {"openexr", "zips", 9},
+    {"openexr", "piz", 0},
+    {"openexr", "pxr24", 0},
+    {"openexr", "b44", 0},
+    {"openexr", "b44a", 0},
+    {"openexr", "dwaa", AnyLevel},
+    {"openexr", "dwab", AnyLevel},
+    {"tiff", "none", 0},
+    {"tiff", "lzw", 0},
+    {"tiff", "zip", 9},
+    {"tiff", "packbits", 0},
+    {"tiff", "jpeg", 100},
+    {"jpeg", "jpeg", 100},
+};
+
+/// The name of the OpenImageIO format that writes `filename`; empty when none does.
+std::string formatWriting(const std::string& filename) {
+    const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create(filename);
+    if (!output) {
+        OIIO::geterror();  // clears the message, so a later failure reports its own
+        return {};
+    }
+    return output->format_name();
+}
+
+/// Attributes that tell how the input file was encoded rather than what the image is: the
+/// writer chooses its own encoding.
+constexpr const char* encodingAttributes[] = {
+    "compression",
+    "CompressionQuality",
+    "oiio:BitsPerSample",
+    "oiio:subimages",
+    "oiio:UnassociatedAlpha",
+    "planarconfig",
+    "tiff:Compression",
+    "tiff:PhotometricInterpretation",
+    "tiff:PlanarConfiguration",
+    "tiff:RowsPerStrip",
+    "openexr:chunkCount",
+    "openexr:dwaCompressionLevel",
+    "openexr:lineOrder",
+};
+
+/// Whether `output` holds `in`'s box as the data window beside its format as the display
+/// window; when it does not, the format's area is written.
+bool holdsWindows(const OIIO::ImageOutput& output, const Iop& in) {
+    const Box& box = in.info().box();
+    const Format& format = in.format();
+    const bool negative = std::min({box.x, box.y, format.x, format.y}) < 0;
+    return !box.empty() && output.supports("displaywindow") &&
+           (!negative || output.supports("negativeorigin"));
+}
+
 }  // namespace
 
 Write::Write(Node* node) : NoIop(node) {}
@@ -63,6 +135,8 @@ void Write::knobs(Knob_Closure& f) {
     Tooltip(f,
             "The sample type: uint8, uint16, half or float; empty for float where the file "
             "type has it.");
+    String_knob(f, &m_compression, "compression");
+    Tooltip(f, "The compression, such as zip, piz or dwaa:45; empty for the file type's default.");
     Float_knob(f, &m_jpeg_quality, "_jpeg_quality");
     Tooltip(f, "JPEG quality from 0 to 1.");
 }
@@ -82,10 +156,39 @@ void Write::set_file_type_from_filename() {
 }
 
 bool Write::knows_file_type(const std::string& filename) {
-    if (OIIO::ImageOutput::create(filename) != nullptr) {
-        return true;
+    return !formatWriting(filename).empty();
+}
+
+std::vector<std::string> Write::compressions(const std::string& filename) {
+    const std::string format = formatWriting(filename);
+    std::vector<std::string> names;
+    for (const Compression& c : knownCompressions) {
+        if (format == c.format) {
+            names.push_back(std::string(c.name) + (c.maxLevel == AnyLevel ? "[:N]"
+                                                   : c.maxLevel > 0
+                                                       ? "[:1-" + std::to_string(c.maxLevel) + "]"
+                                                       : ""));
+        }
     }
-    OIIO::geterror();  // clears the message, so a later failure reports its own
+    return names;
+}
+
+bool Write::knows_compression(const std::string& filename, const std::string& compression) {
+    const std::string format = formatWriting(filename);
+    const std::size_t colon = compression.find(':');
+    const std::string name = compression.substr(0, colon);
+    for (const Compression& c : knownCompressions) {
+        if (format != c.format || name != c.name) {
+            continue;
+        }
+        if (colon == std::string::npos) {
+            return true;
+        }
+        int level = 0;
+        const char* end = compression.data() + compression.size();
+        const auto [ptr, ec] = std::from_chars(compression.data() + colon + 1, end, level);
+        return ec == std::errc() && ptr == end && level >= 1 && level <= c.maxLevel;
+    }
     return false;
 }
 
@@ -114,63 +217,90 @@ bool Write::execute() {
         return false;
     }
 
-    const int width = in->format().width;
-    const int height = in->format().height;
-    const std::vector<Channel> order = fileChannelOrder(channels);
-    const std::size_t nchannels = order.size();
-    std::vector<float> pixels(std::size_t(width) * std::size_t(height) * nchannels);
-    const bool rendered = render(*in, channels, m_options, [&](int y, Row& row) {
-        row.interleave(order, width,
-                       pixels.data() + std::size_t(y) * std::size_t(width) * nchannels);
-    });
-    if (!rendered) {
-        return false;
-    }
-
-    OIIO::TypeDesc type = m_datatype.empty() ? OIIO::TypeDesc(OIIO::TypeDesc::FLOAT)
-                                             : OIIO::TypeDesc(m_datatype.c_str());
+    const OIIO::TypeDesc type =
+        m_datatype.empty() ? OIIO::TypeDesc(OIIO::TypeDesc::FLOAT) : OIIO::TypeDesc(m_datatype);
     if (type == OIIO::TypeDesc::UNKNOWN) {
         error("Write: unknown datatype \"" + m_datatype + "\"");
         return false;
     }
-    OIIO::ImageSpec spec(width, height, int(nchannels), type);
+    const std::vector<Channel> order = fileChannelOrder(channels);
+    const int nchannels = int(order.size());
+    const Format& format = in->format();
+    const bool windows = holdsWindows(*output, *in);
+    const Box area = windows ? in->info().box() : Box{format.x, format.y, format.r, format.t};
+    OIIO::ImageSpec spec(area.w(), area.h(), nchannels, type);
+    if (windows) {
+        spec.x = area.x;
+        spec.y = area.y;
+        spec.full_x = format.x;
+        spec.full_y = format.y;
+        spec.full_width = format.width;
+        spec.full_height = format.height;
+    }
     spec.channelnames.clear();
     for (Channel z : order) {
         spec.channelnames.push_back(getName(z));
     }
-    spec.alpha_channel = channels.contains(Chan_Alpha) ? int(nchannels) - 1 : -1;
-    if (in->format().pixel_aspect != 1.0) {
-        spec.attribute("PixelAspectRatio", float(in->format().pixel_aspect));
+    spec.alpha_channel = channels.contains(Chan_Alpha) ? nchannels - 1 : -1;
+    addMetaData(in->info().metadata(), spec);
+    for (const char* name : encodingAttributes) {
+        spec.erase_attribute(name);
     }
-    if (m_file_type == "jpg" || m_file_type == "jpeg") {
+    if (format.pixel_aspect != 1.0 || spec.find_attribute("PixelAspectRatio") != nullptr) {
+        spec.attribute("PixelAspectRatio", float(format.pixel_aspect));
+    }
+    if (!m_compression.empty()) {
+        spec.attribute("compression", m_compression);
+    } else if (m_file_type == "jpg" || m_file_type == "jpeg") {
         const int quality = std::clamp(int(std::lround(m_jpeg_quality * 100.0f)), 1, 100);
         spec.attribute("CompressionQuality", quality);
-        spec.attribute("Compression", "jpeg:" + std::to_string(quality));
+        spec.attribute("compression", "jpeg:" + std::to_string(quality));
     }
 
     // The image goes to a temporary file first, so the target is complete or untouched.
     const std::filesystem::path target(m_file);
     const std::filesystem::path temporary = temporaryPathFor(target);
-    const auto fail = [&](const std::string& why) {
+    const auto discard = [&] {
         output.reset();
         std::error_code ec;
         std::filesystem::remove(temporary, ec);
-        error("Write: cannot write " + m_file + ": " + why);
         return false;
     };
+    const std::string failure = "Write: cannot write " + m_file;
     if (!output->open(temporary.string(), spec)) {
-        return fail(output->geterror());
+        error(withMessage(failure, output->geterror()));
+        return discard();
     }
-    if (!output->write_image(OIIO::TypeDesc::FLOAT, pixels.data())) {
-        return fail(output->geterror());
+    // Rows arrive in order; each full strip (and the last, partial one) goes to the file.
+    const std::size_t rowSamples = std::size_t(area.w()) * std::size_t(nchannels);
+    std::vector<float> strip(rowSamples * std::size_t(std::min(StripRows, area.h())));
+    int stripTop = area.y;
+    const bool rendered = render(*in, channels, area, m_options, [&](int y, Row& row) {
+        row.interleave(order, area.x, area.r,
+                       strip.data() + std::size_t(y - stripTop) * rowSamples);
+        if (y + 1 - stripTop < StripRows && y + 1 < area.t) {
+            return;
+        }
+        // File rows count from the written origin: the area's own where the file holds it.
+        const int fileTop = spec.y - area.y;
+        if (!output->write_scanlines(fileTop + stripTop, fileTop + y + 1, 0, OIIO::TypeDesc::FLOAT,
+                                     strip.data())) {
+            error(withMessage(failure, output->geterror()));
+        }
+        stripTop = y + 1;
+    });
+    if (!rendered) {
+        return discard();
     }
     if (!output->close()) {
-        return fail(output->geterror());
+        error(withMessage(failure, output->geterror()));
+        return discard();
     }
     std::error_code ec;
     std::filesystem::rename(temporary, target, ec);
     if (ec) {
-        return fail(ec.message());
+        error(withMessage(failure, ec.message()));
+        return discard();
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/Iop.h"
 #include "host/Render.h"
@@ -9,14 +10,22 @@
 namespace host {
 
 /// Writes input 0 to an image file whose type is chosen from the file name (exr, png, jpg,
-/// jpeg, tif, tiff, dpx, ... whatever OpenImageIO writes). The file appears complete or
-/// not at all: the image goes to a temporary file beside the target, renamed on success.
-/// Failures (unknown type, unwritable folder, full disk, an input's error) are reported
-/// through `error`, so the tree is aborted and the message is in its handler.
+/// jpeg, tif, tiff, dpx, ... whatever OpenImageIO writes). Rows are rendered in order and
+/// written a strip at a time, so the writer never holds the whole image. The file appears
+/// complete or not at all: the image goes to a temporary file beside the target, renamed on
+/// success. Failures (unknown type, unwritable folder, full disk, an input's error) are
+/// reported through `error`, so the tree is aborted and the message is in its handler.
+///
+/// What is written: the input's box as the data window and its format as the display window
+/// where the file type holds both (EXR, DPX), otherwise the format's area with zeros outside
+/// the box; the input's metadata, except what describes the input file's own encoding
+/// (compression, bits per sample, strips); the format's pixel aspect ratio.
 ///
 /// Knobs: "file" (the target name), "file_type" (set from the name), "datatype" ("uint8",
-/// "uint16", "half", "float", or empty for float where the file type has it),
-/// "_jpeg_quality" (float, 0 .. 1, for JPEG files).
+/// "uint16", "half", "float", or empty for float where the file type has it; a type the file
+/// cannot hold becomes one it can), "compression" (one of `compressions`, or empty for
+/// the file type's default), "_jpeg_quality" (float, 0 .. 1, for JPEG files without a
+/// compression).
 class Write : public NoIop {
 public:
     explicit Write(Node* node);
@@ -43,6 +52,8 @@ public:
 
     void datatype(const std::string& type) { m_datatype = type; }
     const std::string& datatype() const { return m_datatype; }
+    void compression(const std::string& compression) { m_compression = compression; }
+    const std::string& compression() const { return m_compression; }
     float jpeg_quality() const { return m_jpeg_quality; }
 
     /// Threads, progress and interrupt for the renders `execute` runs.
@@ -50,6 +61,11 @@ public:
 
     /// True when OpenImageIO has a writer for the type `filename`'s name asks for.
     static bool knows_file_type(const std::string& filename);
+    /// The compressions of the file type `filename`'s name asks for, as "zip[:1-9]" (a name,
+    /// and the levels it may take after a colon); empty when the type offers no choice.
+    static std::vector<std::string> compressions(const std::string& filename);
+    /// True when `compression` ("piz", "dwaa:45", ...) is one of `compressions(filename)`.
+    static bool knows_compression(const std::string& filename, const std::string& compression);
 
     /// Validates, renders input 0 and writes the file. Returns true when the file was written;
     /// false when the tree was aborted or cancelled (nothing is left under the file name).
@@ -59,6 +75,7 @@ private:
     std::string m_file;
     std::string m_file_type;
     std::string m_datatype;
+    std::string m_compression;
     float m_jpeg_quality = 0.95f;
     ChannelSet m_channels = Mask_RGBA;
     RenderOptions m_options;

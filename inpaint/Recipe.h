@@ -9,8 +9,19 @@
 
 namespace quorblen {
 
-/// A way of filling a hole.
-enum class InpaintRecipe { TV, Elastica };
+/// A way of filling a hole: by diffusion (TV, Elastica) or by passes that copy colours of
+/// known pixels (the others).
+enum class InpaintRecipe {
+    TV,
+    Elastica,
+    Texture,
+    TextureTV,
+    ElasticaTexture,
+    TextureElastica,
+    WeightedElastica,
+    MultiSource,
+    Fallback
+};
 
 /// A recipe's name (as the command line spells it) and what it does, in one line.
 struct RecipeInfo {
@@ -57,6 +68,7 @@ struct RecipeOptions {
     double patchWeight;
     /// Three-source recipes: the second and third source of donor colours, with the width,
     /// height and channels of the image (alpha at the same plane, not read); null: the image.
+    /// The mask holds for every source: its pixels in the hole donate nothing.
     const ImageBuffer* source2;
     const ImageBuffer* source3;
 };
@@ -90,6 +102,11 @@ double parameterValue(const RecipeParameter& parameter, const RecipeOptions& opt
 /// the hole's surroundings padded beyond the edge. Progress, back-offs and the reason for
 /// doing nothing go to `log`, one line each; the library's passes print their own summary
 /// lines on standard output.
+///
+/// The exemplar recipes copy every colour they write from a known pixel of a source within
+/// `searchRadius` of the hole pixel; they start from a first guess (each hole pixel coloured
+/// like its nearest known pixel), which a pixel keeps when no donor lies within reach (`log`
+/// counts such pixels).
 ///
 /// A mask that marks no pixel returns `image` unchanged (saying so on `log`).
 /// Throws std::invalid_argument for bad input: sizes that differ, no colour plane or more

@@ -1,6 +1,7 @@
 // The Quorblen node: registration, knobs, validation, and the cached whole-image engine.
 #include "node/Quorblen.h"
 
+#include <algorithm>
 #include <cassert>
 
 #include "host/OpWrapper.h"
@@ -47,6 +48,21 @@ const char* Quorblen::node_help() const {
            "noise present in the small image will make it to the larger image.";
 }
 
+namespace {
+
+/// Metadata that count pixels: image sizes, and densities in pixels per unit, which double
+/// so that the enlarged image keeps its physical size.
+constexpr const char* pixelCountAttributes[] = {
+    "Exif:PixelXDimension", "Exif:PixelYDimension",       "XResolution",
+    "YResolution",          "Exif:FocalPlaneXResolution", "Exif:FocalPlaneYResolution",
+};
+
+host::Box doubled(const host::Box& box) {
+    return host::Box{2 * box.x, 2 * box.y, 2 * box.r, 2 * box.t};
+}
+
+}  // namespace
+
 void Quorblen::_validate(bool /*for_real*/) {
     copy_info();
     const host::Iop* in = input(0);
@@ -54,10 +70,19 @@ void Quorblen::_validate(bool /*for_real*/) {
     const int w = inputFormat.r - inputFormat.x;
     const int h = inputFormat.t - inputFormat.y;
 
+    // The display window doubles in place, its offset included.
     outputFormat = host::Format(2 * w, 2 * h, inputFormat.pixel_aspect);
+    static_cast<host::Box&>(outputFormat) = doubled(inputFormat);
     outputFormat.name = "";
     info_().format(outputFormat);
     info_().full_size_format(outputFormat);
+    for (const char* name : pixelCountAttributes) {
+        if (host::MetaValue* value = info_().metadata().find(name)) {
+            for (double& number : value->numbers) {
+                number *= 2.0;
+            }
+        }
+    }
 
     if (isIdentity()) {
         set_out_channels(host::Mask_None);
@@ -66,86 +91,62 @@ void Quorblen::_validate(bool /*for_real*/) {
     set_out_channels(host::Mask_All);
     // Every validation invalidates the cache, changed or not: the next row recomputes.
     dirty.store(true, std::memory_order_release);
-    info_().set(host::Box{0, 0, 2 * w, 2 * h});
+    // The input's data window is the box the node enlarges, in place like the format.
+    info_().set(doubled(in != nullptr ? in->info().box() : host::Box{}));
 }
 
 void Quorblen::_request(int /*x*/, int /*y*/, int /*r*/, int /*t*/,
                         const host::ChannelSet& channels, int count) {
-    // The engine computes the whole result at once, so the whole input is needed.
+    // The engine computes the whole result at once, so the input's whole box is needed, in
+    // every channel the cache will hold.
     if (host::Iop* in = input(0)) {
-        in->request(0, 0, outputFormat.width / 2, outputFormat.height / 2, channels, count);
+        const host::Box& box = in->info().box();
+        host::ChannelSet planes = channels;
+        planes += in->channels();
+        in->request(box.x, box.y, box.r, box.t, planes, count);
     }
 }
 
 void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels) {
     host::Iop& in = op.input0();
-    const int W = in.format().width;
-    const int H = in.format().height;
-    const int n = channels.size();
-    buffer.resize(W, H, n);
+    const host::Box& box = in.info().box();
+    buffer.resize(box.w(), box.h(), channels.size());
     if (buffer.data == nullptr) {
         return;
     }
-    host::Row row(0, W);
-    for (int y = 0; y < H; ++y) {
-        row.get(in, y, 0, W, channels);
+    host::Row row(box.x, box.r);
+    for (int y = box.y; y < box.t; ++y) {
+        row.get(in, y, box.x, box.r, channels);
         if (op.aborted()) {
             return;
         }
-        row.interleave(channels, W, buffer.data + static_cast<std::ptrdiff_t>(y) * buffer.stride);
+        row.interleave(channels, box.x, box.r,
+                       buffer.data + static_cast<std::ptrdiff_t>(y - box.y) * buffer.stride);
     }
 }
-
-namespace {
-
-/// Every 2x2 block of `output` (twice the size of `input`, same planes) becomes a copy of
-/// its input pixel.
-void enlargeNearest(const ImageBuffer& input, ImageBuffer& output) {
-    const int n = output.channels;
-    for (int Y = 0; Y < output.height; ++Y) {
-        const float* src = input.data + static_cast<std::ptrdiff_t>(Y / 2) * input.stride;
-        float* dst = output.data + static_cast<std::ptrdiff_t>(Y) * output.stride;
-        for (int X = 0; X < output.width; ++X) {
-            for (int c = 0; c < n; ++c) {
-                dst[X * n + c] = src[(X / 2) * n + c];
-            }
-        }
-    }
-}
-
-}  // namespace
 
 bool Quorblen::computeResult(const host::ChannelSet& channels) {
     std::scoped_lock lock(cacheMutex);
-    // Another thread may have finished while this one waited for the lock. A request with
-    // more channels than the cache holds needs the cache rebuilt with its own set.
-    if (!dirty.load(std::memory_order_acquire) && channels.size() <= outputBuffer.channels) {
+    // Another thread may have finished while this one waited for the lock.
+    if (!dirty.load(std::memory_order_acquire)) {
         return !aborted();
     }
-    // The buffers are about to change: whatever happens next, the old result is gone.
-    dirty.store(true, std::memory_order_release);
-    fillBuffer(*this, inputBuffer, channels);
+    host::ChannelSet planes = channels;
+    planes += input0().channels();
+    fillBuffer(*this, inputBuffer, planes);
     if (aborted()) {
         return false;
     }
     outputBuffer.resize(2 * inputBuffer.width, 2 * inputBuffer.height, inputBuffer.channels);
-    enlargeNearest(inputBuffer, outputBuffer);
-    workBuffer.resize(outputBuffer.width, outputBuffer.height, 2);
-
-    // Planes outer, iterations inner; `iterations` is re-read before every iteration.
-    const int planes = outputBuffer.channels;
-    for (int c = 0; c < planes; ++c) {
-        for (int i = 0; i < iterations; ++i) {
-            if (aborted()) {
-                return false;
-            }
-            // The knobs hold doubles; the solver works in single precision.
-            tvUpscaleStep(inputBuffer, outputBuffer, workBuffer, c, static_cast<float>(lambda),
-                          static_cast<float>(regularization));
-            progress_fraction((double(c) * iterations + i + 1) / (double(planes) * iterations));
-        }
+    // The knobs hold doubles; the solver works in single precision.
+    const TvUpscaleSettings settings{iterations, static_cast<float>(lambda),
+                                     static_cast<float>(regularization), render_threads()};
+    const TvUpscaleMonitor monitor{[this] { return aborted(); },
+                                   [this](double fraction) { progress_fraction(fraction); }};
+    if (!tvUpscale(inputBuffer, outputBuffer, settings, monitor)) {
+        return false;
     }
-    cachedPlanes.store(planes, std::memory_order_release);
+    cachedPlanes = planes;
     dirty.store(false, std::memory_order_release);
     return !aborted();
 }
@@ -155,18 +156,24 @@ void Quorblen::engine(int y, int x, int r, const host::ChannelSet& channels, hos
         input0().get(y, x, r, channels, row);
         return;
     }
-    if (dirty.load(std::memory_order_acquire) ||
-        channels.size() > cachedPlanes.load(std::memory_order_acquire)) {
-        if (!computeResult(channels)) {
-            return;
-        }
+    if (dirty.load(std::memory_order_acquire) && !computeResult(channels)) {
+        return;
     }
-    assert(y >= 0 && y < outputBuffer.height && x >= 0 && r <= outputBuffer.width);
-    const float* line = outputBuffer.data + static_cast<std::ptrdiff_t>(y) * outputBuffer.stride;
-    int k = 0;
-    for (host::Channel z : channels) {
-        copyPlaneToRow(line, outputBuffer.channels, k, x, r, row.writable(z));
-        ++k;
+    // The cache holds the box: its row 0 and column 0 are the box's top left corner.
+    const host::Box& box = info().box();
+    assert(y >= box.y && y < box.t && x >= box.x && r <= box.r);
+    const float* line =
+        outputBuffer.data + static_cast<std::ptrdiff_t>(y - box.y) * outputBuffer.stride;
+    int plane = 0;
+    for (host::Channel z : cachedPlanes) {
+        if (channels.contains(z)) {
+            copyPlaneToRow(line, outputBuffer.channels, plane, x - box.x, r - box.x,
+                           row.writable(z) + box.x);
+        }
+        ++plane;
+    }
+    for (host::Channel z : channels - cachedPlanes) {
+        std::fill(row.writable(z) + x, row.writable(z) + r, 0.0f);
     }
 }
 

@@ -11,8 +11,11 @@ namespace quorblen {
 
 /// The operator the module registers. Its output is input 0 at twice the width and height:
 /// a nearest-neighbour start refined by `iterations` TV steps per channel, every 2x2 block
-/// keeping the mean of its input pixel. The whole result is computed once per validation,
-/// under `cacheMutex`, and every row is then served from `outputBuffer` without the lock.
+/// keeping the mean of its input pixel. The input's box (data window) and format (display
+/// window) double in place, offsets included, and metadata that count pixels double with them.
+/// The whole result is computed once per validation, under `cacheMutex`, and every row is then
+/// served from `outputBuffer` without the lock. The solver keeps its own scratch rows: the node
+/// holds no work image.
 class Quorblen : public host::Iop {
 public:
     explicit Quorblen(host::Node* node);
@@ -27,17 +30,14 @@ public:
     double regularization = 0.0001;
 
     /// True when the cached result must be recomputed before rows are served. Set (release)
-    /// by validation and when a computation starts, cleared under `cacheMutex` when one
-    /// completes, read (acquire) without the lock.
+    /// by validation, cleared (release) under `cacheMutex` when a computation completes, read
+    /// (acquire) without the lock: a clean cache is never written, so rows read it unlocked.
     std::atomic<bool> dirty{true};
-    /// The planes `outputBuffer` serves, published (release) once the result is complete, so
-    /// the unlocked test of a request's channel count never reads a buffer being rebuilt.
-    std::atomic<int> cachedPlanes{0};
 
-    ImageBuffer inputBuffer;   // the whole input, one plane per requested channel
-    ImageBuffer outputBuffer;  // the result, twice the input's size, same planes
-    ImageBuffer workBuffer;    // the solver's two scratch planes
-    std::mutex cacheMutex;     // guards the three buffers and the clearing of `dirty`
+    ImageBuffer inputBuffer;        // the whole input, one plane per cached channel
+    ImageBuffer outputBuffer;       // the result, twice the input's size, same planes
+    host::ChannelSet cachedPlanes;  // the channels of the planes, in host order
+    std::mutex cacheMutex;          // guards the buffers, `cachedPlanes` and clearing `dirty`
     host::Format outputFormat;
 
     /// True when the settings make the node change nothing (fewer than one iteration).
@@ -47,11 +47,15 @@ public:
     const char* Class() const override;
     const char* node_help() const override;
 
-    /// Serves row y, columns x .. r-1: plane k-1 of the cache for the k-th requested channel.
-    /// Computes the cache first when it is dirty; gives up without writing on an abort.
+    /// Serves row y, columns x .. r-1, of each requested channel from its plane of the cache;
+    /// a channel the cache lacks, which the input does not have either, is zeros. Computes the
+    /// cache first when it is dirty; gives up without writing on an abort.
     void engine(int y, int x, int r, const host::ChannelSet& channels, host::Row& row) override;
 
-    /// Builds the cache under the lock if it is dirty. Returns false when the host aborted.
+    /// Builds the cache under the lock if it is dirty, for every channel of `channels` and of
+    /// the input, so that no later request needs it rebuilt while others read it. Solves on
+    /// the host's render threads (`render_threads`, every core when unset). Returns false
+    /// when the host aborted.
     bool computeResult(const host::ChannelSet& channels);
 
 protected:
@@ -59,8 +63,9 @@ protected:
     void _request(int x, int y, int r, int t, const host::ChannelSet& channels, int count) override;
 };
 
-/// Pulls the whole image of input 0 of `op` into `buffer`, one plane per channel of `channels`
-/// in host order. Stops at the first row after which the host has aborted.
+/// Pulls the box (the data window) of input 0 of `op` into `buffer`, one plane per channel of
+/// `channels` in host order; row 0 and column 0 of the buffer are the box's top left corner.
+/// Stops at the first row after which the host has aborted.
 void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels);
 
 /// The factory the registration uses: a new Quorblen for `node` inside a host OpWrapper.

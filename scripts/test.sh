@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: a normal build, an AddressSanitizer +
-# UndefinedBehaviorSanitizer build, the node's concurrency tests under ThreadSanitizer, and a
-# minute of each fuzz target.
+# UndefinedBehaviorSanitizer build, the concurrency tests (host, solver, node) under
+# ThreadSanitizer, and a minute of each fuzz target.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 install_missing_packages
@@ -16,10 +16,10 @@ configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DQUORBLEN_WERROR=ON \
     -DQUORBLEN_SANITIZE=address,undefined -DQUORBLEN_BUILD_BENCHMARKS=OFF
 ctest --test-dir "$QUORBLEN_ROOT/build-asan" -j "$jobs" --output-on-failure
 
-echo "== ThreadSanitizer build, the node's tests"
+echo "== ThreadSanitizer build, the host's, the solver's and the node's tests"
 configure_and_build build-tsan -DCMAKE_BUILD_TYPE=Debug -DQUORBLEN_WERROR=ON \
-    -DQUORBLEN_SANITIZE=thread -DQUORBLEN_BUILD_BENCHMARKS=OFF -- node_tests host_tests
-ctest --test-dir "$QUORBLEN_ROOT/build-tsan" -j "$jobs" -L 'node|host' --output-on-failure
+    -DQUORBLEN_SANITIZE=thread -DQUORBLEN_BUILD_BENCHMARKS=OFF -- node_tests host_tests tv_tests
+ctest --test-dir "$QUORBLEN_ROOT/build-tsan" -j "$jobs" -L 'node|host|tv' --output-on-failure
 
 echo "== Fuzz targets (clang, libFuzzer, AddressSanitizer + UndefinedBehaviorSanitizer)"
 fuzz_targets=(raw_read_fuzz command_line_fuzz node_inpaint_fuzz)

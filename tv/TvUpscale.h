@@ -1,5 +1,7 @@
-// One step of the total-variation solver that refines a 2x enlargement.
+// The total-variation solver that refines a 2x enlargement: one step, and the whole solve.
 #pragma once
+
+#include <functional>
 
 #include "image/ImageBuffer.h"
 
@@ -11,9 +13,9 @@ namespace quorblen {
 ///     double precision and stored as float into `work` plane 0 (every pixel).
 ///  2. For interior pixels (1 <= x <= W-2, 1 <= y <= H-2), a smoothed value in single
 ///     precision balancing the four neighbours, weighted by the approximate reciprocal
-///     (SSE rcpps) of their magnitudes, against fidelity to the block's reference pixel;
-///     the border frame (rows 0 and H-1, columns 0 and W-1) takes its current estimate
-///     value. All of it goes into `work` plane 1.
+///     (rcpps, four or eight lanes at once) of their magnitudes, against fidelity to the
+///     block's reference pixel; the border frame (rows 0 and H-1, columns 0 and W-1) takes
+///     its current estimate value. All of it goes into `work` plane 1.
 ///  3. Each of the (W/2) x (H/2) 2x2 blocks of `work` plane 1 is shifted so that its mean
 ///     equals reference pixel (X, Y), and written into `estimate`. With an odd W or H the
 ///     last column or row lies in no block and keeps its value.
@@ -29,5 +31,32 @@ namespace quorblen {
 /// differences are left out, and an empty estimate gives 0.0.
 double tvUpscaleStep(const ImageBuffer& reference, ImageBuffer& estimate, ImageBuffer& work,
                      int channel, float lambda, float epsilon);
+
+/// The knobs of a whole solve (the node holds their defaults).
+struct TvUpscaleSettings {
+    int iterations = 0;    // TV steps per plane (>= 0); 0 leaves the nearest-neighbour start
+    float lambda = 0.0f;   // as for tvUpscaleStep
+    float epsilon = 0.0f;  // as for tvUpscaleStep
+    int threads = 0;       // threads to solve on; 0 means one per core
+};
+
+/// What a whole solve asks its caller and tells it. Both are called only on the thread that
+/// called the solve, never concurrently; either may be empty.
+struct TvUpscaleMonitor {
+    std::function<bool()> aborted;         // polled after every block row: true stops
+    std::function<void(double)> progress;  // fraction done, non-decreasing, 1 at the end
+};
+
+/// Enlarges `reference` (w x h) into `estimate` (2w x 2h, as many planes): every plane becomes
+/// the nearest-neighbour enlargement refined by `settings.iterations` TV steps, the same bits as
+/// filling `estimate` with that enlargement and calling tvUpscaleStep on each plane (outer) and
+/// iteration (inner). The iterations run as a wavefront, so that one sweep over memory serves
+/// up to sixteen of them: the first sweep over overlapping tiles on `settings.threads` threads,
+/// any later one (more than sixteen iterations) on the calling thread alone. Needs no work
+/// image, only scratch rows.
+/// Preconditions (asserted): the sizes above, `reference` and `estimate` distinct.
+/// Returns false when `monitor.aborted` stopped the solve, leaving `estimate` partly written.
+bool tvUpscale(const ImageBuffer& reference, ImageBuffer& estimate,
+               const TvUpscaleSettings& settings, const TvUpscaleMonitor& monitor = {});
 
 }  // namespace quorblen

@@ -7,7 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
+#include <fstream>
 #include <random>
 
 #include "support/TestImages.h"
@@ -17,10 +20,11 @@ namespace {
 using namespace quorblen;
 using namespace quorblen::test;
 
-/// The top left `size` x `size` corner of the photo the program ships with, as floats.
-ImageBuffer photoCorner(int size) {
+/// The top left `width` x `height` corner of the photo the program ships with, as floats.
+ImageBuffer photoCorner(int width, int height = 0) {
     const ImageBuffer photo = readFileImage(sourcePath("data/coffee.png")).pixels;
-    return makeImage(size, size, 3, [&](int x, int y, int c) { return at(photo, x, y, c); });
+    return makeImage(width, height > 0 ? height : width, 3,
+                     [&](int x, int y, int c) { return at(photo, x, y, c); });
 }
 
 /// The sum of squared differences of vertically adjacent samples of `image`: how rough it is.
@@ -32,24 +36,74 @@ double roughness(const ImageBuffer& image) {
     return sum;
 }
 
-TEST(UpscaleCommand, WritesTwiceTheSizeInTheInputsChannelsAndBitDepth) {
+TEST(UpscaleCommand, WritesTheInputsTypeOrTheOneAskedFor) {
     ScratchDir dir;
     // Without arguments: the bundled 8-bit photo, to a file the program names.
     const ProgramRun run = runQuorblen({}, dir.path());
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_NE(run.out.find("coffee-2x.png"), std::string::npos) << run.out;
     const FileImage photo = readFileImage(dir.path() / "coffee-2x.png");
-    EXPECT_EQ(std::pair(photo.pixels.width, photo.pixels.height), std::pair(1200, 800));
-    EXPECT_EQ(photo.datatype, "uint8");
+    EXPECT_EQ(std::tuple(photo.pixels.width, photo.pixels.height, photo.datatype),
+              std::tuple(1200, 800, "uint8"));
 
-    // A 16-bit grey one keeps its single channel and its bit depth.
-    const ImageBuffer grey16 =
-        makeImage(40, 40, 1, [&](int x, int y, int) { return at(photo.pixels, x, y, 1); });
-    writeFileImage(dir.path() / "grey16.png", grey16, {"Y"}, "uint16");
-    ASSERT_EQ(runQuorblen({"upscale", "grey16.png", "out.png"}, dir.path()).exitCode, 0);
-    const FileImage grey = readFileImage(dir.path() / "out.png");
-    EXPECT_EQ(std::tuple(grey.pixels.width, grey.pixels.channels, grey.datatype),
-              std::tuple(80, 1, "uint16"));
+    writeFileImage(
+        dir.path() / "grey16.png",
+        makeImage(12, 10, 1, [&](int x, int y, int) { return at(photo.pixels, x, y, 1); }), {"Y"},
+        "uint16");
+    writeFileImage(dir.path() / "rgb8.png", photoCorner(12), {"R", "G", "B"}, "uint8");
+    const struct {
+        const char* input;
+        const char* output;
+        std::vector<std::string> options;
+        const char* datatype;
+    } cases[] = {
+        // The input's type where the file type holds it, another where it does not.
+        {"grey16.png", "grey.png", {}, "uint16"},
+        {"rgb8.png", "default.exr", {}, "half"},
+        {"rgb8.png", "uint8.tif", {"-d", "uint8"}, "uint8"},
+        {"rgb8.png", "uint16.png", {"--data-type", "uint16"}, "uint16"},
+        {"rgb8.png", "float.exr", {"--data-type=float"}, "float"},
+        {"float.exr", "half.exr", {"-d", "half", "--compression", "piz"}, "half"},
+        {"half.exr", "back.png", {"-d", "uint16"}, "uint16"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> args{"upscale", c.input, c.output, "--iterations", "2"};
+        args.insert(args.end(), c.options.begin(), c.options.end());
+        const ProgramRun upscaled = runQuorblen(args, dir.path());
+        ASSERT_EQ(upscaled.exitCode, 0) << upscaled.err;
+        const FileImage out = readFileImage(dir.path() / c.output);
+        EXPECT_EQ(out.datatype, c.datatype) << c.output;
+        EXPECT_EQ(out.channelNames.size(), c.input == std::string("grey16.png") ? 1u : 3u);
+    }
+    // The PNG's values stay sRGB-encoded, and say so after two EXRs, which OpenImageIO alone
+    // would call linear.
+    EXPECT_EQ(readFileImage(dir.path() / "back.png").layout.attributes.at("oiio:ColorSpace"),
+              "sRGB");
+    EXPECT_EQ(readFileImage(dir.path() / "half.exr").layout.attributes.at("compression"), "piz");
+    // Float keeps what the solver computed, which the half-float file rounds.
+    EXPECT_FALSE(sameImage(readFileImage(dir.path() / "float.exr").pixels,
+                           readFileImage(dir.path() / "default.exr").pixels));
+}
+
+// An EXR whose data window lies inside a larger display window: both double in place, and
+// the file's metadata comes along, sizes in pixels doubled.
+TEST(UpscaleCommand, DoublesAnExrsWindowsInPlaceAndKeepsItsMetadata) {
+    ScratchDir dir;
+    const FileLayout layout{{3, 5, 27, 21},
+                            {-2, 0, 40, 30},
+                            {{"Shot", "abc123"}, {"PixelAspectRatio", "2"}, {"XResolution", "72"}}};
+    writeFileImage(dir.path() / "in.exr", photoCorner(24, 16), {"R", "G", "B"}, "half", layout);
+    const ProgramRun run =
+        runQuorblen({"upscale", "in.exr", "out.exr", "--iterations", "1"}, dir.path());
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const FileImage out = readFileImage(dir.path() / "out.exr");
+    EXPECT_EQ(out.datatype, "half");
+    EXPECT_EQ(out.layout.dataWindow, (host::Box{6, 10, 54, 42}));
+    EXPECT_EQ(out.layout.displayWindow, (host::Box{-4, 0, 80, 60}));
+    for (const auto& [name, value] :
+         {std::pair{"Shot", "abc123"}, {"PixelAspectRatio", "2"}, {"XResolution", "144"}}) {
+        EXPECT_EQ(out.layout.attributes.at(name), value) << name;
+    }
 }
 
 // The main promise on a real, noisy photo: twice the size, every 2x2 block mean equal to
@@ -93,7 +147,6 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         int exitCode;
         const char* message;
     } cases[] = {
-        {{"upscale", "missing.png", "out.png"}, 1, "missing.png"},
         {{"upscale", "in.png", "no/folder/out.png"}, 1, "does not exist"},
         {{"upscale", "in.png", "out.nosuchformat"}, 1, "no image format"},
         {{"upscale", "in.png", "out.png", "--lambda", "soft"}, 2, "--lambda must be a number"},
@@ -101,6 +154,16 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         {{"upscale", "in.png"}, 2, "INPUT and an OUTPUT"},
         {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
         {{"enlarge"}, 2, "unknown command"},
+        {{"upscale", "in.png", "out.exr", "-d", "int7"},
+         2,
+         "--data-type must be uint8, uint16, half or float, not \"int7\""},
+        {{"upscale", "in.png", "out.exr", "--compression", "zip:10"},
+         2,
+         "--compression must be one of none, rle, zip[:1-9], zips[:1-9], piz"},
+        {{"convert", "in.png", "out.png", "--compression", "zip"},
+         2,
+         "out.png has no compression to choose"},
+        {{"inpaint", "in.png", "out.png", "--mask", "alpha", "-d", "double"}, 2, "--data-type"},
     };
     for (const auto& c : cases) {
         const ProgramRun run = runQuorblen(c.args, dir.path());
@@ -111,6 +174,62 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
     const ProgramRun help = runQuorblen({"upscale", "--help"}, dir.path());
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_NE(help.out.find("Iterations = 5"), std::string::npos) << help.out;
+}
+
+/// A PNG chunk: length, type, data and the CRC of type and data.
+std::string pngChunk(const std::string& type, const std::string& data) {
+    const auto bigEndian = [](std::uint32_t v) {
+        return std::string{char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    };
+    std::uint32_t crc = 0xFFFFFFFFu;
+    for (const unsigned char byte : type + data) {
+        crc ^= byte;
+        for (int k = 0; k < 8; ++k) {
+            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
+        }
+    }
+    return bigEndian(std::uint32_t(data.size())) + type + data + bigEndian(~crc);
+}
+
+// Broken and hostile files: each makes the command fail with one line naming it (no library's
+// own line beside it), exit 1 and leave no file behind; none crashes or hangs.
+TEST(UpscaleCommand, HostileFilesFailWithOneLineAndNoOutput) {
+    ScratchDir dir;
+    for (const std::string type : {"png", "jpg", "tif", "exr"}) {
+        writeFileImage(dir.path() / ("whole." + type), photoCorner(64), {"R", "G", "B"},
+                       type == "exr" ? "half" : "uint8");
+        const std::string bytes = readBytes(dir.path() / ("whole." + type));
+        std::ofstream(dir.path() / ("cut." + type), std::ios::binary)
+            << bytes.substr(0, bytes.size() / 2);
+        std::filesystem::remove(dir.path() / ("whole." + type));
+    }
+    std::ofstream(dir.path() / "empty.png");
+    std::ofstream(dir.path() / "text.jpg") << "not an image\n";
+    std::filesystem::create_directory(dir.path() / "folder.exr");
+    // A header declaring 100000 x 100000 RGB pixels, 120 GB as floats, and no pixels.
+    std::ofstream(dir.path() / "huge.png", std::ios::binary)
+        << "\x89PNG\r\n\x1a\n"
+        << pngChunk("IHDR", std::string("\0\x01\x86\xa0\0\x01\x86\xa0\x08\x02\0\0\0", 13))
+        << pngChunk("IDAT", "x") << pngChunk("IEND", "");
+    for (const auto& [name, header] : {std::pair{"huge.raw", std::array{100000, 100000, 3}},
+                                       std::pair{"negative.raw", std::array{-5, 4, 3}}}) {
+        std::ofstream(dir.path() / name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(header.data()), sizeof header);
+    }
+    const std::vector<std::string> corpus = fileNames(dir.path());
+    std::vector<std::string> inputs = corpus;
+    inputs.push_back("missing.png");
+    for (const std::string& file : inputs) {
+        const bool raw = file.ends_with(".raw");
+        const ProgramRun run =
+            runQuorblen({raw ? "convert" : "upscale", file, "out.png"}, dir.path());
+        EXPECT_EQ(run.exitCode, 1) << file;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_NE(run.err.find(file), std::string::npos) << run.err;
+        // Refused from its header: reading its missing pixels would fail otherwise.
+        EXPECT_TRUE(file != "huge.png" || run.err.find("of memory") != std::string::npos);
+    }
+    EXPECT_EQ(fileNames(dir.path()), corpus);
 }
 
 /// Reads `fd` into `output` until it holds `text` (true), or until `fd` ends or stays silent

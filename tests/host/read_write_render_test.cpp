@@ -3,9 +3,9 @@
 
 #include <atomic>
 #include <cmath>
-#include <fstream>
-#include <mutex>
+#include <numeric>
 #include <stdexcept>
+#include <thread>
 
 #include "host/Read.h"
 #include "host/Render.h"
@@ -18,7 +18,7 @@ using namespace quorblen;
 using namespace quorblen::test;
 
 /// A buffer whose sample (x, y, c) is x + 1000 y + c / 4, and which fails (with an error or an
-/// exception) when it reaches a given row.
+/// exception) when it reaches a given row, or holds a row back until ten others are done.
 class PatternSource : public ImageBuffer {
 public:
     PatternSource(int width, int height)
@@ -28,6 +28,8 @@ public:
     const char* Class() const override { return "PatternSource"; }
     int errorRow = -1;
     int throwRow = -1;
+    int heldRow = -1;
+    std::atomic<int> rowsDone{0};
 
     void engine(int y, int x, int r, const host::ChannelSet& channels, host::Row& row) override {
         if (y == errorRow) {
@@ -36,20 +38,22 @@ public:
         if (y == throwRow) {
             throw std::runtime_error("out of patience");
         }
+        while (y == heldRow && rowsDone.load() < 10) {
+            std::this_thread::yield();
+        }
         ImageBuffer::engine(y, x, r, channels, row);
+        rowsDone.fetch_add(1);
     }
 };
 
-/// Renders `op` and returns every row's red span, checking each row arrives once.
-std::vector<std::vector<float>> renderRed(host::Iop& op, const host::RenderOptions& options,
-                                          bool& complete) {
-    op.validate(true);
-    std::vector<std::vector<float>> rows(std::size_t(op.format().height));
-    std::mutex mutex;
-    complete = host::render(op, host::Mask_RGB, options, [&](int y, host::Row& row) {
-        std::scoped_lock lock(mutex);
-        EXPECT_TRUE(rows[std::size_t(y)].empty()) << "row " << y << " delivered twice";
-        rows[std::size_t(y)].assign(row[host::Chan_Red], row[host::Chan_Red] + op.format().width);
+/// Renders `area` of `op` and returns every row's red span over the area's columns, checking
+/// that the rows arrive in order.
+std::vector<std::vector<float>> renderRed(host::Iop& op, const host::Box& area,
+                                          const host::RenderOptions& options, bool& complete) {
+    std::vector<std::vector<float>> rows;
+    complete = host::render(op, host::Mask_RGB, area, options, [&](int y, host::Row& row) {
+        EXPECT_EQ(y, area.y + int(rows.size())) << "rows out of order";
+        rows.emplace_back(row[host::Chan_Red] + area.x, row[host::Chan_Red] + area.r);
     });
     return rows;
 }
@@ -59,15 +63,21 @@ struct RecordingProgress : host::ProgressSink {
     std::vector<double> fractions;
 };
 
-TEST(Render, DeliversEveryRowOnceOnManyThreadsWithProgress) {
+TEST(Render, DeliversEveryRowInOrderOnManyThreadsWithZerosOutsideTheBox) {
     PatternSource source(37, 101);
+    // Row 5 finishes after rows behind it: it is still delivered in its turn.
+    source.heldRow = 5;
     RecordingProgress progress;
     bool complete = false;
-    const auto rows = renderRed(source, {4, &progress, nullptr}, complete);
+    const auto rows = renderRed(source, {-1, -1, 38, 102}, {4, &progress, nullptr}, complete);
     ASSERT_TRUE(complete);
-    for (int y = 0; y < 101; ++y) {
-        ASSERT_EQ(rows[std::size_t(y)].size(), 37u);
-        EXPECT_EQ(rows[std::size_t(y)][36], 36.0f + 1000.0f * y);
+    ASSERT_EQ(rows.size(), 103u);
+    for (int y = -1; y <= 101; ++y) {
+        std::vector<float> expected(39, 0.0f);
+        for (int x = 0; x < 37 && y >= 0 && y < 101; ++x) {
+            expected[std::size_t(x + 1)] = float(x) + 1000.0f * y;
+        }
+        EXPECT_EQ(rows[std::size_t(y + 1)], expected) << "row " << y;
     }
     ASSERT_FALSE(progress.fractions.empty());
     EXPECT_TRUE(std::is_sorted(progress.fractions.begin(), progress.fractions.end()));
@@ -78,86 +88,83 @@ TEST(Render, ErrorsExceptionsAndInterruptsAbortWithoutCrashing) {
     host::RenderOptions options{3, nullptr, nullptr};
     bool complete = true;
     PatternSource source(16, 64);
+    const host::Box area{0, 0, 16, 64};
     source.errorRow = 40;
-    renderRed(source, options, complete);
+    renderRed(source, area, options, complete);
     EXPECT_FALSE(complete || source.cancelled());
     EXPECT_EQ(source.messageHandler().getFirstError(), "PatternSource: row 40 is broken");
     // Every render starts afresh: the abort and the errors of the last one are forgotten.
     source.errorRow = -1;
     source.throwRow = 10;
-    renderRed(source, options, complete);
+    renderRed(source, area, options, complete);
     EXPECT_FALSE(complete);
     EXPECT_EQ(source.messageHandler().getFirstError(), "PatternSource: out of patience");
     source.throwRow = -1;
-    renderRed(source, options, complete);
+    renderRed(source, area, options, complete);
     EXPECT_TRUE(complete);
 
     const std::atomic<bool> interrupt{true};
     options.interrupt = &interrupt;
-    PatternSource big(64, 64);
-    renderRed(big, options, complete);
+    renderRed(source, area, options, complete);
     EXPECT_FALSE(complete);
-    EXPECT_TRUE(big.cancelled());
+    EXPECT_TRUE(source.cancelled());
 }
 
-TEST(ReadWrite, FloatExrWithAlphaAndExtraChannelRoundTripsExactly) {
+// Several strips of rows, scanline and tiled files, a data window reaching outside the display
+// window: every sample, both windows and the file's attributes come out as they went in.
+TEST(ReadWrite, ExrKeepsSamplesWindowsAndMetadata) {
     ScratchDir dir;
-    const ImageBuffer pixels = makeImage(7, 5, 5, [](int x, int y, int c) {
+    const ImageBuffer pixels = makeImage(7, 150, 5, [](int x, int y, int c) {
         return std::ldexp(float(x * 31 + y * 7 + c), -5) - 1.5f;
     });
-    writeFileImage(dir.path() / "in.exr", pixels, {"R", "G", "B", "A", "Z"}, "float");
-    host::Read read(nullptr);
-    read.file(dir.file("in.exr"));
-    read.validate(true);
-    ASSERT_FALSE(read.aborted()) << read.messageHandler().getFirstError().value_or("");
-    EXPECT_EQ(read.channels(), host::ChannelSet(host::Mask_RGBA) + host::getChannel("Z"));
-    host::Write write(nullptr);
-    write.file(dir.file("out.exr").c_str());
-    write.set_file_type_from_filename();
-    write.channels(read.channels());
-    write.datatype(read.file_datatype());
-    write.set_input(0, &read);
-    ASSERT_TRUE(write.execute()) << write.messageHandler().getFirstError().value_or("");
+    for (const int tileSize : {0, 16}) {
+        const FileLayout layout{{-3, 2, 4, 152},
+                                {0, 0, 12, 90},
+                                {{"Shot", "abc123"}, {"PixelAspectRatio", "2"}},
+                                tileSize};
+        writeFileImage(dir.path() / "in.exr", pixels, {"R", "G", "B", "A", "Z"}, "float", layout);
+        host::Read read(nullptr);
+        read.file(dir.file("in.exr"));
+        host::Write write(nullptr);
+        write.file(dir.file("out.exr").c_str());
+        write.set_file_type_from_filename();
+        write.channels(host::Mask_All);
+        write.set_input(0, &read);
+        ASSERT_TRUE(write.execute()) << write.messageHandler().getFirstError().value_or("");
+        EXPECT_EQ(read.channels(), host::ChannelSet(host::Mask_RGBA) + host::getChannel("Z"));
+        EXPECT_EQ(read.format().pixel_aspect, 2.0);
 
-    const FileImage out = readFileImage(dir.file("out.exr"));
-    ASSERT_EQ(out.pixels.channels, 5);
-    EXPECT_EQ(out.datatype, "float");
-    // EXR stores channels by name; match them back to the input's order.
-    for (int c = 0; c < 5; ++c) {
-        const auto& names = out.channelNames;
-        const auto k = std::find(names.begin(), names.end(), std::string(1, "RGBAZ"[c]));
-        ASSERT_NE(k, names.end());
-        for (int i = 0; i < 7 * 5; ++i) {
-            EXPECT_EQ(out.pixels.data[i * 5 + (k - names.begin())], pixels.data[i * 5 + c]);
+        const FileImage out = readFileImage(dir.file("out.exr"));
+        EXPECT_EQ(out.datatype, "float");
+        EXPECT_EQ(out.layout.dataWindow, layout.dataWindow);
+        EXPECT_EQ(out.layout.displayWindow, layout.displayWindow);
+        EXPECT_EQ(out.layout.attributes.at("Shot"), "abc123");
+        EXPECT_EQ(out.layout.attributes.at("PixelAspectRatio"), "2");
+        // EXR stores channels by name; match them back to the input's order.
+        const std::vector<std::string> names{"R", "G", "B", "A", "Z"};
+        for (int c = 0; c < 5; ++c) {
+            const auto k = std::find(out.channelNames.begin(), out.channelNames.end(), names[c]);
+            ASSERT_NE(k, out.channelNames.end());
+            for (int i = 0; i < 7 * 150; ++i) {
+                ASSERT_EQ(out.pixels.data[i * 5 + (k - out.channelNames.begin())],
+                          pixels.data[i * 5 + c])
+                    << "tiles " << tileSize << ", sample " << i;
+            }
         }
     }
 }
 
-TEST(ReadWrite, BadFilesAreReportedAndLeaveNothingBehind) {
+TEST(ReadWrite, AnInputsErrorLeavesNoFileBehind) {
     ScratchDir dir;
-    // A missing file, and a PNG cut short after its header.
-    writeFileImage(dir.path() / "whole.png",
-                   makeImage(64, 64, 3, [](int x, int, int) { return float(x % 7) / 7.0f; }),
-                   {"R", "G", "B"}, "uint8");
-    std::ofstream(dir.path() / "cut.png", std::ios::binary)
-        << readBytes(dir.path() / "whole.png").substr(0, 100);
-    for (const char* name : {"missing.png", "cut.png"}) {
-        host::Read read(nullptr);
-        read.file(dir.file(name));
-        read.validate(true);
-        EXPECT_TRUE(read.aborted());
-        EXPECT_NE(read.messageHandler().getFirstError().value_or("").find(name), std::string::npos);
-    }
-
-    PatternSource source(8, 8);
-    // An input's error reaches the writer's tree, and no file (temporary or final) remains.
-    source.errorRow = 3;
+    PatternSource source(8, 200);
+    // A row after the first strip has gone to the file.
+    source.errorRow = 150;
     host::Write write(nullptr);
     write.file(dir.file("broken.exr").c_str());
     write.set_input(0, &source);
     EXPECT_FALSE(write.execute());
-    EXPECT_EQ(write.messageHandler().getFirstError(), "PatternSource: row 3 is broken");
-    EXPECT_EQ(fileNames(dir.path()), (std::vector<std::string>{"cut.png", "whole.png"}));
+    EXPECT_EQ(write.messageHandler().getFirstError(), "PatternSource: row 150 is broken");
+    EXPECT_TRUE(fileNames(dir.path()).empty());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <latch>
 #include <memory>
@@ -32,9 +33,11 @@ public:
     }
     host::Format shape;
     Box dataBox;
-    int abortAtRow = -1;  // the host aborts when the node pulls this row
+    int abortAtRow = -1;        // the host aborts when the node pulls this row
+    std::atomic<int> pulls{0};  // how often the node pulled row 0
 
     void engine(int y, int x, int r, const ChannelSet& channels, host::Row& row) override {
+        pulls += y == 0;
         if (y == abortAtRow) {
             abort();
         }
@@ -120,17 +123,26 @@ TEST_F(QuorblenNode, HasItsDefaultsKnobsAndHelp) {
               std::tuple(7, 0.5, 0.0));
 }
 
-TEST_F(QuorblenNode, DoublesTheFormatAsksForTheWholeInputAndDirtiesTheCache) {
-    SourceIop& input = connect(test::filledImage(5, 3, 4, 0.5f), 0.5, Box{1, 1, 4, 2});
+TEST_F(QuorblenNode, DoublesTheFormatAndBoxAsksForTheWholeBoxAndDirtiesTheCache) {
+    const ImageBuffer image = texture(5, 3, 4);
+    SourceIop& input = connect(image, 0.5, Box{1, 1, 4, 2});
     EXPECT_EQ(static_cast<const Box&>(wrapper.format()), (Box{0, 0, 10, 6}));
     EXPECT_EQ(wrapper.format().pixel_aspect, 0.5);
     EXPECT_EQ(node.full_size_format().width, 10);
-    EXPECT_EQ(wrapper.info().box(), (Box{0, 0, 10, 6}));
+    EXPECT_EQ(wrapper.info().box(), (Box{2, 2, 8, 4}));
     EXPECT_EQ(node.out_channels(), host::Mask_All);
     wrapper.request(3, 4, 9, 6, Mask_RGB, 2);
-    EXPECT_EQ(input.requested_box(), (Box{0, 0, 5, 3}));
+    EXPECT_EQ(input.requested_box(), (Box{1, 1, 4, 2}));
 
-    pull(0, 0, 10, Mask_RGB);
+    // The box doubles in place: output pixels 2 .. 7 of rows 2 and 3 are the blocks of input
+    // pixels 1 .. 3 of row 1, and keep their means.
+    const Planes top = pull(2, 2, 8, Mask_RGB);
+    const Planes bottom = pull(3, 2, 8, Mask_RGB);
+    for (int X = 1; X < 4; ++X) {
+        const float sum =
+            top[0][2 * X] + top[0][2 * X + 1] + bottom[0][2 * X] + bottom[0][2 * X + 1];
+        EXPECT_NEAR(sum / 4.0f, at(image, X, 1, 0), 1e-5f) << X;
+    }
     EXPECT_FALSE(node.dirty);
     // Below one iteration the node changes nothing: no channels, the input's box, cache kept.
     for (const char* none : {"0", "-3"}) {
@@ -145,85 +157,89 @@ TEST_F(QuorblenNode, DoublesTheFormatAsksForTheWholeInputAndDirtiesTheCache) {
     wrapper.validate();
     EXPECT_TRUE(node.dirty);
     // Nothing changed, yet the next row recomputes.
-    pull(0, 0, 10, Mask_RGB);
+    pull(2, 2, 8, Mask_RGB);
     ASSERT_FALSE(node.dirty);
     revalidate();
     EXPECT_TRUE(node.dirty);
 }
 
-TEST_F(QuorblenNode, SolvesPlaneByPlaneReportingEveryIteration) {
-    const ImageBuffer image = texture(8, 6, 3);
-    connect(image);
-    pull(0, 0, 16, Mask_RGB);
-    ASSERT_EQ(fractions.size(), 15u);
-    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
-    EXPECT_EQ(fractions.back(), 1.0);
-
-    // Iterations is read before every iteration: cut to 2 at the first, two steps per plane.
-    revalidate();
-    onUpdate = [this](std::size_t) { node.iterations = 2; };
-    pull(0, 0, 16, Mask_RGB);
-    EXPECT_EQ(fractions.size(), 6u);
-
-    // Aborted after the fifth step of five: plane 0 is solved, planes 1 and 2 still hold the
-    // nearest-neighbour start, and nothing is served.
-    node.iterations = 5;
-    revalidate();
-    onUpdate = [this](std::size_t n) { n == 5 ? node.abort() : void(); };
-    EXPECT_EQ(pull(0, 0, 16, Mask_RGB)[0], std::vector<float>(16, -1.0f));
-    EXPECT_EQ(fractions.size(), 5u);
-    EXPECT_TRUE(node.dirty);
-    int changed[3] = {0, 0, 0};
-    for (int i = 0; i < 16 * 12 * 3; ++i) {
-        changed[i % 3] += node.outputBuffer.data[i] != at(image, i / 3 % 16 / 2, i / 96, i % 3);
+TEST_F(QuorblenNode, ServesTheStepByStepResultOnEveryThreadCount) {
+    struct Case {
+        int width, height, channels, iterations;
+        double lambda;
+    };
+    // One- and two-pixel sides, widths that fill no whole vector, more iterations than the
+    // solver takes in one sweep.
+    const Case cases[] = {{1, 1, 3, 5, 5.0},
+                          {2, 1, 4, 1, 5.0},
+                          {1, 2, 3, 17, 0.0},
+                          {7, 5, 3, 5, 5.0},
+                          {13, 11, 4, 3, 0.5}};
+    for (const Case& k : cases) {
+        const ImageBuffer image = texture(k.width, k.height, k.channels);
+        const ImageBuffer expected =
+            test::upscaledStepByStep(image, k.iterations, float(k.lambda), 0.0001f);
+        connect(image);
+        node.iterations = k.iterations;
+        node.lambda = k.lambda;
+        for (int threads : {1, 2, 3}) {
+            SCOPED_TRACE(testing::Message()
+                         << k.width << "x" << k.height << " on " << threads << " threads");
+            node.set_render_threads(threads);
+            revalidate();
+            for (int y = 0; y < expected.height; ++y) {
+                const ChannelSet channels = k.channels == 4 ? host::Mask_RGBA : Mask_RGB;
+                ASSERT_EQ(pull(y, 0, expected.width, channels),
+                          test::rowOf(expected, y, k.channels))
+                    << "row " << y;
+            }
+            EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+            EXPECT_EQ(fractions.back(), 1.0);
+        }
     }
-    EXPECT_GT(changed[0], 0);
-    EXPECT_EQ(changed[1] + changed[2], 0);
 }
 
-TEST_F(QuorblenNode, ConcurrentRowsShareOneComputation) {
-    connect(texture(16, 12, 3));
-    // Two threads ask for different rows at once; both must get rows of one computation,
-    // which reports five steps per plane.
-    const auto pullTogether = [&](int round, ChannelSet channels) {
-        fractions.clear();
-        const int rows[2] = {round, 23 - round};
-        Planes served[2];
-        std::latch start(2);
+TEST_F(QuorblenNode, ThreadsMixingChannelSetsShareOneComputationAndGetTheirRows) {
+    const ImageBuffer image = texture(40, 30, 4);
+    const ImageBuffer expected = test::upscaledStepByStep(image, 5, 5.0f, 0.0001f);
+    connect(image);
+    // Eight threads at once on a dirty node, half asking for RGB and half for RGBA, each
+    // going over every row from a row of its own.
+    for (int round = 0; round < 4; ++round) {
+        revalidate();
+        source->pulls = 0;
+        std::latch start(8);
+        std::atomic<int> wrongRows{0};
         std::vector<std::jthread> threads;
-        for (int t = 0; t < 2; ++t) {
+        for (int t = 0; t < 8; ++t) {
             threads.emplace_back([&, t] {
+                const ChannelSet channels = t % 2 == 0 ? Mask_RGB : host::Mask_RGBA;
                 start.arrive_and_wait();
-                served[t] = pull(rows[t], 0, 32, channels);
+                for (int i = 0; i < 60; ++i) {
+                    const int y = (i + 7 * t + round) % 60;
+                    wrongRows +=
+                        pull(y, 0, 80, channels) != test::rowOf(expected, y, channels.size());
+                }
             });
         }
         threads.clear();
-        EXPECT_EQ(fractions.size(), 5u * channels.size()) << "round " << round;
-        for (int t = 0; t < 2; ++t) {
-            EXPECT_EQ(served[t], pull(rows[t], 0, 32, channels)) << "round " << round;
-        }
-    };
-    for (int round = 0; round < 8; ++round) {
-        revalidate();
-        pullTogether(round, ChannelSet(host::Chan_Green));
-        // Without a new validation: the cache grows while the same rows are asked for.
-        pullTogether(round, Mask_RGB);
+        EXPECT_EQ(wrongRows, 0) << "round " << round;
+        EXPECT_EQ(source->pulls, 1) << "round " << round;
     }
 }
 
 TEST_F(QuorblenNode, AnAbortLeavesTheCacheDirtyAndTheNextRequestRecomputes) {
     SourceIop& input = connect(test::makeImage(6, 4, 4, [](int, int, int k) { return k + 1.0f; }));
-    // Aborted while the input is pulled: no solver step runs and nothing is served.
+    // Aborted while the input is pulled: the solver never starts and nothing is served.
     input.abortAtRow = 2;
     EXPECT_EQ(pull(1, 0, 12, ChannelSet(host::Chan_Blue))[0], std::vector<float>(12, -1.0f));
     EXPECT_TRUE(node.dirty);
     EXPECT_TRUE(fractions.empty());
     node.clear_abort();
     input.abortAtRow = -1;
-    pull(1, 0, 12, ChannelSet(host::Chan_Blue));
-    EXPECT_EQ(fractions.size(), 5u);
-    // Aborted while the cache grows for more channels: nothing is served, and no half-built
-    // planes are left to serve.
+    // Aborted at the solver's first report, on one thread so that the report comes before
+    // the last rows are solved (an abort after them leaves a complete, clean cache).
+    node.set_render_threads(1);
     onUpdate = [this](std::size_t) { node.abort(); };
     EXPECT_EQ(pull(1, 0, 12, Mask_RGB)[0], std::vector<float>(12, -1.0f));
     EXPECT_TRUE(node.dirty);
@@ -231,11 +247,11 @@ TEST_F(QuorblenNode, AnAbortLeavesTheCacheDirtyAndTheNextRequestRecomputes) {
     onUpdate = [](std::size_t) {};
     fractions.clear();
     EXPECT_FLOAT_EQ(pull(1, 0, 12, ChannelSet(host::Chan_Blue))[0][5], 3.0f);
-    EXPECT_EQ(fractions.size(), 5u);
+    EXPECT_EQ(fractions.back(), 1.0);
     EXPECT_FALSE(node.dirty);
 }
 
-TEST_F(QuorblenNode, ServesTheRequestedChannelsFromPlanesInOrder) {
+TEST_F(QuorblenNode, ServesEachRequestedChannelFromItsOwnPlane) {
     const ImageBuffer image = texture(5, 3, 4);
     connect(image);
     const ChannelSet redAlpha = ChannelSet(host::Chan_Red) + host::Chan_Alpha;
@@ -254,10 +270,11 @@ TEST_F(QuorblenNode, ServesTheRequestedChannelsFromPlanesInOrder) {
             EXPECT_NEAR(sum / 4.0f, at(image, x, 1, 3 * k), 1e-5f) << x << " plane " << k;
         }
     }
-    EXPECT_EQ(fractions.size(), 10u);  // one computation of two planes
-    // More channels than the cache holds: computed again with the new set.
-    pull(4, 0, 10, Mask_RGB);
-    EXPECT_EQ(fractions.size(), 25u);
+    // The input's other channels were solved with them; a channel it lacks is zeros.
+    const Planes green = pull(3, 0, 10, ChannelSet(host::Chan_Green) + host::Channel(5));
+    EXPECT_EQ(source->pulls, 1);
+    EXPECT_NE(green[0], std::vector<float>(10, 0.0f));
+    EXPECT_EQ(green[1], std::vector<float>(10, 0.0f));
 }
 
 TEST(QuorblenModule, LoadsIntoAProgramLinkingTheNodeAndRegistersItOnce) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -73,6 +74,12 @@ FileImage readFileImage(const std::filesystem::path& path) {
     image.pixels.resize(spec.width, spec.height, spec.nchannels);
     image.channelNames = spec.channelnames;
     image.datatype = spec.format.c_str();
+    image.layout.dataWindow = {spec.x, spec.y, spec.x + spec.width, spec.y + spec.height};
+    image.layout.displayWindow = {spec.full_x, spec.full_y, spec.full_x + spec.full_width,
+                                  spec.full_y + spec.full_height};
+    for (const OIIO::ParamValue& p : spec.extra_attribs) {
+        image.layout.attributes[p.name().string()] = p.get_string();
+    }
     EXPECT_TRUE(
         input->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, image.pixels.data))
         << input->geterror();
@@ -80,12 +87,28 @@ FileImage readFileImage(const std::filesystem::path& path) {
 }
 
 void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels,
-                    const std::vector<std::string>& channelNames, const std::string& datatype) {
+                    const std::vector<std::string>& channelNames, const std::string& datatype,
+                    const FileLayout& layout) {
     auto output = OIIO::ImageOutput::create(path.string());
     ASSERT_TRUE(output) << OIIO::geterror();
     OIIO::ImageSpec spec(pixels.width, pixels.height, pixels.channels,
                          OIIO::TypeDesc(datatype.c_str()));
     spec.channelnames = channelNames;
+    spec.x = layout.dataWindow.x;
+    spec.y = layout.dataWindow.y;
+    const host::Box& d = layout.displayWindow;
+    spec.set_roi_full(d.empty() ? spec.roi() : OIIO::ROI(d.x, d.r, d.y, d.t));
+    spec.tile_width = spec.tile_height = layout.tileSize;
+    for (const auto& [name, value] : layout.attributes) {
+        // Numbers (PixelAspectRatio, XResolution) as floats, anything else as text.
+        float number = 0.0f;
+        const char* end = value.data() + value.size();
+        if (!value.empty() && std::from_chars(value.data(), end, number).ptr == end) {
+            spec.attribute(name, number);
+        } else {
+            spec.attribute(name, value);
+        }
+    }
     ASSERT_TRUE(output->open(path.string(), spec)) << output->geterror();
     ASSERT_TRUE(output->write_image(OIIO::TypeDesc::FLOAT, pixels.data)) << output->geterror();
     ASSERT_TRUE(output->close());
@@ -98,6 +121,20 @@ ImageBuffer makeImage(int width, int height, int channels,
         image.data[i] = value(i / channels % width, i / channels / width, i % channels);
     }
     return image;
+}
+
+ImageBuffer upscaledStepByStep(const ImageBuffer& reference, int iterations, float lambda,
+                               float epsilon, const detail::RowKernels& kernels) {
+    ImageBuffer estimate =
+        makeImage(2 * reference.width, 2 * reference.height, reference.channels,
+                  [&](int x, int y, int c) { return at(reference, x / 2, y / 2, c); });
+    ImageBuffer work(estimate.width, estimate.height, 2);
+    for (int c = 0; c < estimate.channels; ++c) {
+        for (int i = 0; i < iterations; ++i) {
+            detail::tvUpscaleStepWith(kernels, reference, estimate, work, c, lambda, epsilon);
+        }
+    }
+    return estimate;
 }
 
 double blockMean(const ImageBuffer& image, int X, int Y, int c) {
@@ -116,6 +153,16 @@ Planes pullRow(host::Iop& op, int y, int x, int r, host::ChannelSet channels, in
     Planes planes;
     for (host::Channel z : channels) {
         planes.emplace_back(row[z], row[z] + width);
+    }
+    return planes;
+}
+
+Planes rowOf(const ImageBuffer& image, int y, int count) {
+    Planes planes(count);
+    for (int c = 0; c < count; ++c) {
+        for (int x = 0; x < image.width; ++x) {
+            planes[c].push_back(at(image, x, y, c));
+        }
     }
     return planes;
 }

@@ -4,10 +4,12 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "image/ImageBuffer.h"
+#include "tv/RowKernels.h"
 
 namespace quorblen::test {
 
@@ -52,19 +54,31 @@ struct ProgramRun {
 ProgramRun runQuorblen(const std::vector<std::string>& args,
                        const std::filesystem::path& workingDir);
 
+/// Where a file's pixels lie and what else it says about them.
+struct FileLayout {
+    host::Box dataWindow;                           // empty when writing: (0, 0, width, height)
+    host::Box displayWindow;                        // empty when writing: the data window
+    std::map<std::string, std::string> attributes;  // as OpenImageIO prints their values; when
+                                                    // writing, numbers become floats
+    int tileSize = 0;                               // square tiles when writing; 0: scanlines
+};
+
 /// An image file as OpenImageIO reads it, independent of the host's reader.
 struct FileImage {
     ImageBuffer pixels;                     // float samples in file channel order
     std::vector<std::string> channelNames;  // as stored in the file
     std::string datatype;                   // "uint8", "uint16", "half", "float", ...
+    FileLayout layout;
 };
 
 /// Reads `path` with OpenImageIO; fails the test (and returns an empty image) when it can't.
 FileImage readFileImage(const std::filesystem::path& path);
 
-/// Writes `pixels` to `path` with OpenImageIO as `datatype` with the given channel names.
+/// Writes `pixels` to `path` with OpenImageIO as `datatype` with the given channel names, in
+/// the windows of `layout` and with its attributes.
 void writeFileImage(const std::filesystem::path& path, const ImageBuffer& pixels,
-                    const std::vector<std::string>& channelNames, const std::string& datatype);
+                    const std::vector<std::string>& channelNames, const std::string& datatype,
+                    const FileLayout& layout = {});
 
 /// A width x height x channels buffer whose sample (x, y, c) is value(x, y, c).
 ImageBuffer makeImage(int width, int height, int channels,
@@ -86,6 +100,12 @@ inline bool sameImage(const ImageBuffer& a, const ImageBuffer& b) {
            std::memcmp(a.data, b.data, sizeof(float) * a.width * a.height * a.channels) == 0;
 }
 
+/// `reference` enlarged one TV step at a time: the nearest-neighbour enlargement, then
+/// `iterations` steps with `kernels` on each plane, planes outer.
+ImageBuffer upscaledStepByStep(const ImageBuffer& reference, int iterations, float lambda,
+                               float epsilon,
+                               const detail::RowKernels& kernels = detail::fastestRowKernels());
+
 /// The mean of 2x2 block (X, Y) of plane c, in double.
 double blockMean(const ImageBuffer& image, int X, int Y, int c);
 
@@ -95,6 +115,9 @@ using Planes = std::vector<std::vector<float>>;
 /// Row y, columns x .. r-1, of `channels` as `op` serves it through a host row, one vector
 /// per channel over columns 0 .. max(r, width)-1; columns `op` leaves alone keep -1.
 Planes pullRow(host::Iop& op, int y, int x, int r, host::ChannelSet channels, int width = 0);
+
+/// Row y of the first `count` planes of `image`, one vector per plane.
+Planes rowOf(const ImageBuffer& image, int y, int count);
 
 /// The names of the entries of `dir`, sorted.
 std::vector<std::string> fileNames(const std::filesystem::path& dir);

@@ -1,14 +1,16 @@
-// Tests of the TV solver step: agreement with a pixel-by-pixel version, invariants, smoothing.
+// Tests of the TV solver: the step against a pixel-by-pixel version, the whole solve against
+// the step, smoothing.
 #include <gtest/gtest.h>
 #include <xmmintrin.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <random>
+#include <thread>
 
 #include "tests/support/TestImages.h"
 #include "tv/Offsets.h"
+#include "tv/RowKernels.h"
 #include "tv/TvUpscale.h"
 
 namespace quorblen {
@@ -82,8 +84,18 @@ ImageBuffer randomImage(int width, int height, int channels, std::mt19937& rng) 
     return test::makeImage(width, height, channels, [&](int, int, int) { return value(rng); });
 }
 
-bool sameBits(const ImageBuffer& a, const ImageBuffer& b) {
-    return std::memcmp(a.data, b.data, sizeof(float) * a.width * a.height * a.channels) == 0;
+struct KernelSet {
+    const char* name;
+    const detail::RowKernels& kernels;
+};
+
+/// The kernel sets this processor runs.
+std::vector<KernelSet> kernelSets() {
+    std::vector<KernelSet> sets{{"SSE", detail::sseRowKernels}};
+    if (detail::avx2Available()) {
+        sets.push_back({"AVX2", detail::avx2RowKernels});
+    }
+    return sets;
 }
 
 TEST(TvUpscaleStep, MatchesPixelByPixelVersionBitForBit) {
@@ -98,22 +110,83 @@ TEST(TvUpscaleStep, MatchesPixelByPixelVersionBitForBit) {
                           {3, 1, 3, 1, 2}};
     std::mt19937 rng(7);
     for (const Case& k : cases) {
-        SCOPED_TRACE(testing::Message() << k.width << "x" << k.height);
         const ImageBuffer reference = randomImage(k.refWidth, k.refHeight, 3, rng);
-        ImageBuffer fast = randomImage(k.width, k.height, 3, rng);
-        ImageBuffer plain = fast;
-        ImageBuffer fastWork = randomImage(k.width, k.height, k.workChannels, rng);
-        ImageBuffer plainWork = fastWork;
-        for (int step = 0; step < 3; ++step) {
-            const float lambda = step == 2 ? 0.0f : DefaultLambda;
-            const double fastChange =
-                tvUpscaleStep(reference, fast, fastWork, 1, lambda, DefaultEpsilon);
-            EXPECT_EQ(fastChange,
-                      plainStep(reference, plain, plainWork, 1, lambda, DefaultEpsilon));
-            ASSERT_TRUE(sameBits(fast, plain)) << "step " << step;
-            ASSERT_TRUE(sameBits(fastWork, plainWork)) << "step " << step;
+        const ImageBuffer start = randomImage(k.width, k.height, 3, rng);
+        const ImageBuffer startWork = randomImage(k.width, k.height, k.workChannels, rng);
+        for (const KernelSet& set : kernelSets()) {
+            SCOPED_TRACE(testing::Message() << k.width << "x" << k.height << " " << set.name);
+            ImageBuffer fast = start;
+            ImageBuffer plain = start;
+            ImageBuffer fastWork = startWork;
+            ImageBuffer plainWork = startWork;
+            for (int step = 0; step < 3; ++step) {
+                const float lambda = step == 2 ? 0.0f : DefaultLambda;
+                const double fastChange = detail::tvUpscaleStepWith(
+                    set.kernels, reference, fast, fastWork, 1, lambda, DefaultEpsilon);
+                EXPECT_EQ(fastChange,
+                          plainStep(reference, plain, plainWork, 1, lambda, DefaultEpsilon));
+                ASSERT_TRUE(test::sameImage(fast, plain)) << "step " << step;
+                ASSERT_TRUE(test::sameImage(fastWork, plainWork)) << "step " << step;
+            }
         }
     }
+}
+
+TEST(TvUpscale, EqualsTheStepRunOnEachPlaneAndIteration) {
+    struct Case {
+        int width, height, planes, iterations;
+        float lambda;
+    };
+    // One- and two-pixel sides, widths that fill no whole vector, bands with their halos
+    // (37 rows), strips (530 columns), and more iterations than one pass solves (17).
+    const Case cases[] = {{1, 1, 3, 5, 5.0f},   {1, 2, 1, 1, 5.0f},   {2, 1, 3, 3, 0.0f},
+                          {2, 2, 2, 5, 5.0f},   {3, 5, 3, 5, 5.0f},   {7, 3, 4, 2, 0.5f},
+                          {13, 9, 3, 9, 5.0f},  {40, 37, 3, 5, 0.0f}, {530, 3, 3, 5, 5.0f},
+                          {9, 20, 1, 17, 5.0f}, {3, 2, 2, 0, 5.0f}};
+    std::mt19937 rng(11);
+    for (const Case& k : cases) {
+        const ImageBuffer reference = randomImage(k.width, k.height, k.planes, rng);
+        for (const KernelSet& set : kernelSets()) {
+            const ImageBuffer expected = test::upscaledStepByStep(reference, k.iterations, k.lambda,
+                                                                  DefaultEpsilon, set.kernels);
+            for (int threads : {1, 2, 3}) {
+                SCOPED_TRACE(testing::Message()
+                             << k.width << "x" << k.height << " x" << k.iterations << " on "
+                             << threads << " threads, " << set.name);
+                ImageBuffer solved(expected.width, expected.height, k.planes);
+                const TvUpscaleSettings settings{k.iterations, k.lambda, DefaultEpsilon, threads};
+                ASSERT_TRUE(detail::tvUpscaleWith(set.kernels, reference, solved, settings, {}));
+                EXPECT_TRUE(test::sameImage(solved, expected));
+            }
+        }
+    }
+}
+
+TEST(TvUpscale, ReportsToTheCallingThreadAndStopsWhenAborted) {
+    std::mt19937 rng(3);
+    const ImageBuffer reference = randomImage(300, 40, 3, rng);
+    ImageBuffer estimate(600, 80, 3);
+    const std::thread::id caller = std::this_thread::get_id();
+    std::vector<double> fractions;
+    int polls = 0;
+    int stopAt = -1;
+    TvUpscaleMonitor monitor{[&] {
+                                 EXPECT_EQ(std::this_thread::get_id(), caller);
+                                 return ++polls == stopAt;
+                             },
+                             [&](double fraction) {
+                                 EXPECT_EQ(std::this_thread::get_id(), caller);
+                                 fractions.push_back(fraction);
+                             }};
+    EXPECT_TRUE(tvUpscale(reference, estimate, {5, 5.0f, DefaultEpsilon, 3}, monitor));
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_GT(fractions.size(), 10u);
+    EXPECT_EQ(fractions.back(), 1.0);
+
+    // Stopped at the first poll, the solve gives up.
+    stopAt = 1;
+    polls = 0;
+    EXPECT_FALSE(tvUpscale(reference, estimate, {5, 5.0f, DefaultEpsilon, 3}, monitor));
 }
 
 /// The summed jump across column 15 | 16 of a 32x16 plane, and the summed absolute difference
