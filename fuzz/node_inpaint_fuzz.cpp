@@ -136,7 +136,8 @@ void runNode(ByteReader& in) {
     host::RenderOptions options;
     options.threads = threads;
     std::vector<int> delivered(2 * height, 0);
-    const bool complete = host::render(node, requested, options, [&](int y, host::Row& row) {
+    const host::Box area{0, 0, 2 * width, 2 * height};
+    const bool complete = host::render(node, requested, area, options, [&](int y, host::Row& row) {
         ++delivered[y];
         for (host::Channel z : requested) {
             check(!moderate || std::all_of(row[z], row[z] + 2 * width,
