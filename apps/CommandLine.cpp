@@ -24,13 +24,10 @@ std::filesystem::path programDirectory() {
     return ec ? std::filesystem::current_path() : self.parent_path();
 }
 
+/// `value` as people write it: the shortest text that reads back as it (1e-30, 0.5, 1e+30).
 std::string formatNumber(double value) {
-    std::string text = std::to_string(value);
-    text.erase(text.find_last_not_of('0') + 1);
-    if (!text.empty() && text.back() == '.') {
-        text.pop_back();
-    }
-    return text;
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
 }  // namespace

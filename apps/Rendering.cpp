@@ -1,35 +1,60 @@
 // Ctrl-C handling and the terminal progress bar of the commands.
 #include "apps/Rendering.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <boost/timer/progress_display.hpp>
 #include <chrono>
-#include <csignal>
 #include <iostream>
 #include <optional>
+
+#include "apps/CommandLine.h"
 
 namespace quorblen::app {
 namespace {
 
 std::atomic<bool> interrupted{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "set from a signal handler");
+std::atomic<int> guards{0};
+static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<int>::is_always_lock_free,
+              "used from a signal handler");
 
 extern "C" void onInterrupt(int) {
-    interrupted.store(true);
+    if (guards.load() > 0) {
+        interrupted.store(true);
+        return;
+    }
+    // Outside a guarded render nothing would see the flag: stop now, as the default action
+    // would, with the program's own exit code. write and _exit are safe in a signal handler.
+    constexpr char message[] = "quorblen: interrupted\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, message, sizeof message - 1);
+    _exit(ExitInterrupted);
 }
 
 }  // namespace
 
+void installInterruptHandler() {
+    struct sigaction action = {};
+    action.sa_handler = onInterrupt;
+    // Reads and writes in flight resume after the handler, as they did under std::signal.
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        // A signal the parent ignores (a background job of a script) stays ignored.
+        struct sigaction inherited = {};
+        if (sigaction(signal, nullptr, &inherited) == 0 && inherited.sa_handler != SIG_IGN) {
+            sigaction(signal, &action, nullptr);
+        }
+    }
+}
+
 InterruptGuard::InterruptGuard() {
     interrupted.store(false);
-    std::signal(SIGINT, onInterrupt);
-    std::signal(SIGTERM, onInterrupt);
+    guards.fetch_add(1);
 }
 
 InterruptGuard::~InterruptGuard() {
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
+    guards.fetch_sub(1);
 }
 
 const std::atomic<bool>& InterruptGuard::flag() {

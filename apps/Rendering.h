@@ -8,8 +8,16 @@
 
 namespace quorblen::app {
 
-/// While alive, Ctrl-C (SIGINT) and SIGTERM set `flag()` instead of killing the program, so
-/// a render in flight is cancelled cleanly and nothing half-written is left behind.
+/// Installs the program's Ctrl-C (SIGINT) and SIGTERM handler. Called first thing in main,
+/// before anything slow (loading the module, reading files) can be interrupted. While an
+/// InterruptGuard is alive the handler only sets InterruptGuard::flag(); elsewhere it ends the
+/// program at once with ExitInterrupted and "quorblen: interrupted" on standard error. A signal
+/// the program inherited as ignored stays ignored.
+void installInterruptHandler();
+
+/// While alive, Ctrl-C and SIGTERM set `flag()` instead of ending the program, so that a
+/// render in flight, which polls the flag, is cancelled cleanly and nothing half-written is
+/// left behind.
 class InterruptGuard {
 public:
     InterruptGuard();

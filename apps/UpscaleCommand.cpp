@@ -67,7 +67,7 @@ int runUpscale(const std::vector<std::string>& args) {
     // node's own defaults stay the only ones.
     arguments.intValue("--iterations", 1, 1, 1000000);
     arguments.doubleValue("--lambda", 0.0, 0.0, 1e30);
-    arguments.doubleValue("--a", 1.0, 0.0, 1e30, true);
+    arguments.doubleValue("--a", 1.0, MinimumRegularization, 1e30);
     const int threads = arguments.intValue("--threads", defaultThreads(), 1, 1024);
 
     const bool sample = arguments.positional().empty();

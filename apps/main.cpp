@@ -8,6 +8,7 @@
 #include "apps/Commands.h"
 #include "apps/ImageFiles.h"
 #include "apps/LibraryLines.h"
+#include "apps/Rendering.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ const Command commands[] = {
      "      while keeping edges; every 2x2 block of OUTPUT keeps its input pixel's mean.\n"
      "      --iterations N  the node's Iterations: solver iterations per channel\n"
      "      --lambda L      the node's Lambda: fidelity to the input; larger smooths less\n"
-     "      --a A           the node's A: a small regularisation constant above 0\n"
+     "      --a A           the node's A: a small regularisation constant, at least 1e-30\n"
      "      --threads N     render threads (default: one per core)",
      describeUpscaleKnobs},
     {"convert", runConvert,
@@ -64,6 +65,8 @@ void printHelp(std::ostream& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before anything slow (loading the module, reading files) can be interrupted.
+    installInterruptHandler();
     filterLibraryLines();
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string name = "upscale";

@@ -1,14 +1,16 @@
 // Fuzzes the stream form of readRaw and checks what it leaves in the buffer.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <sstream>
 #include <string>
 
+#include "fuzz/FuzzCheck.h"
 #include "image/RawImageFile.h"
 
 namespace {
+
+using quorblen::fuzz::check;
 
 /// Inputs announcing more samples than this are skipped: readRaw honestly allocates every
 /// sample a valid header announces (up to 8 GiB); large counts only slow the search.
@@ -22,12 +24,6 @@ __int128 announcedSamples(const std::string& bytes) {
     std::int32_t header[3];
     std::memcpy(header, bytes.data(), sizeof header);
     return __int128(header[0]) * header[1] * header[2];
-}
-
-void check(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
 }
 
 }  // namespace
@@ -58,12 +54,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         check(buffer.width * buffer.height * buffer.channels == 0);
         return 0;
     }
-    // Every sample is the file's, or 0 where the file ended: never what the array held.
+    // Every sample is the file's where the file holds all of it. Past that, a reused array
+    // (the same count of 12) keeps what it held, and a fresh one is cleared.
     const std::size_t count = std::size_t(buffer.width) * buffer.height * buffer.channels;
     check(__int128(count) == announced);
+    check(count != 12 || buffer.data == before);
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t offset = 12 + 4 * i;
-        float expected = 0.0f;
+        std::uint32_t expected = count == 12 ? 0xABABABABu : 0u;
         if (offset + 4 <= size) {
             std::memcpy(&expected, data + offset, 4);
         }

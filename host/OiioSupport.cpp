@@ -102,7 +102,9 @@ void addMetaData(const MetaData& metadata, OIIO::ImageSpec& spec) {
             }
             spec.attribute(name, type, texts.data());
         } else if (value.numbers.size() == count) {
-            withNumberType(OIIO::TypeDesc::BASETYPE(type.basetype), [&]<class T>() {
+            // Named captures: clang 14 cannot capture structured bindings.
+            withNumberType(OIIO::TypeDesc::BASETYPE(type.basetype), [&, &name = name,
+                                                                     &value = value]<class T>() {
                 const std::vector<T> numbers(value.numbers.begin(), value.numbers.end());
                 spec.attribute(name, type, numbers.data());
             });

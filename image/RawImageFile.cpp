@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -14,13 +15,26 @@ namespace {
 
 static_assert(sizeof(std::int32_t) == 4 && sizeof(float) == 4, "raw files hold 4-byte values");
 
-/// Reads `count` 4-byte values into `values` as they lie in the stream. A value the stream
-/// ends before (or in the middle of) is 0, so a short file never leaves old memory behind.
+/// Reads up to `count` 4-byte values into `values` as they lie in the stream and returns how
+/// many it read whole. Values the stream ends before, and one it ends in the middle of, are
+/// left as they were: the bytes go through a small staging block, so a torn value is never
+/// half overwritten.
 template <class T>
-void readValues(std::istream& in, T* values, std::int64_t count) {
-    in.read(reinterpret_cast<char*>(values), static_cast<std::streamsize>(count * 4));
-    const std::int64_t complete = in.gcount() / 4;
-    std::fill(values + complete, values + count, T(0));
+std::int64_t readValues(std::istream& in, T* values, std::int64_t count) {
+    constexpr std::int64_t block = 4096;
+    char staging[block * 4];
+    std::int64_t done = 0;
+    while (done < count) {
+        const std::int64_t wanted = std::min(block, count - done);
+        in.read(staging, static_cast<std::streamsize>(wanted * 4));
+        const std::int64_t whole = in.gcount() / 4;
+        std::memcpy(values + done, staging, static_cast<std::size_t>(whole * 4));
+        done += whole;
+        if (whole < wanted) {
+            break;
+        }
+    }
+    return done;
 }
 
 /// The number of samples `buffer` holds: 0 when it has no array.
@@ -34,7 +48,8 @@ std::int64_t storedSamples(const ImageBuffer& buffer) {
 /// Reads the header and the samples. Returns false, with the failbit set and the buffer
 /// untouched, when the header's sample count does not fit in a signed 32-bit int.
 bool readRawContents(std::istream& in, ImageBuffer* buffer) {
-    std::int32_t header[3];
+    // Dimensions a short header does not hold count as 0.
+    std::int32_t header[3] = {0, 0, 0};
     readValues(in, header, 3);
     // The exact product must fit: a wrapped count would size the buffer from garbage.
     // width x height is exact in 64 bits; the builtin checks the product with channels.
@@ -43,11 +58,25 @@ bool readRawContents(std::istream& in, ImageBuffer* buffer) {
         in.setstate(std::ios::failbit);
         return false;
     }
+    // No samples: the buffer empties, as resize would empty it, however large the other two
+    // dimensions (width x channels alone need not fit, and resize would refuse it).
+    if (count <= 0) {
+        buffer->resize(0, 0, 0);
+        return true;
+    }
+    const std::int64_t held = storedSamples(*buffer);
     buffer->resize(header[0], header[1], header[2]);
     // The count is taken from the resized buffer: it has no array for negative dimensions
     // even when their product is positive.
-    if (buffer->data != nullptr) {
-        readValues(in, buffer->data, storedSamples(*buffer));
+    if (buffer->data == nullptr) {
+        return true;
+    }
+    const std::int64_t samples = storedSamples(*buffer);
+    const std::int64_t read = readValues(in, buffer->data, samples);
+    // resize keeps the array, and with it the samples a short file does not reach, when the
+    // count is unchanged; in a fresh array they are cleared rather than left undefined.
+    if (samples != held) {
+        std::fill(buffer->data + read, buffer->data + samples, 0.0f);
     }
     return true;
 }

@@ -11,8 +11,9 @@ namespace quorblen {
 /// Loads the raw file `filename` into `buffer`, sized through `buffer->resize` with the
 /// file's width, height and channels (so the array is reused when the sample count is
 /// unchanged; a count below 1 empties the buffer).
-/// A file shorter than its header announces still loads: samples past its end read as 0, and
-/// a header that ends early counts its missing dimensions as 0.
+/// A file shorter than its header announces still loads. The samples past its end (a sample
+/// it ends in the middle of included) keep their values when the array is reused and are 0
+/// in a fresh array; a header that ends early counts its missing dimensions as 0.
 /// Returns false, with a line on stderr and the buffer untouched, when the file cannot be
 /// opened ("ImageBuffer::readRaw Couldn't open NAME") or its header's sample count does not
 /// fit in a signed 32-bit int ("ImageBuffer::readRaw Couldn't read NAME"); true otherwise.
@@ -33,8 +34,9 @@ std::string rawFileShortfall(const char* filename);
 bool writeRaw(const char* filename, const ImageBuffer* buffer);
 
 /// The stream form of readRaw for an open binary stream: the same reading, without opening,
-/// closing or reporting. An oversized header sets the stream's failbit and leaves the buffer
-/// untouched. Returns `in`. Precondition: `buffer` is not null.
+/// closing or reporting; a stream that ends early is a short file. An oversized header sets
+/// the stream's failbit and leaves the buffer untouched. Returns `in`.
+/// Precondition: `buffer` is not null.
 std::istream& readRaw(std::istream& in, ImageBuffer* buffer);
 
 /// The stream form of writeRaw for an open binary stream: the header, then every sample.

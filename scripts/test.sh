@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: a normal build, an AddressSanitizer +
-# UndefinedBehaviorSanitizer build, and the concurrency tests (host, solver, node) under
-# ThreadSanitizer. The Python module is built and tested in the normal build only: a plain
-# interpreter cannot load a module built with sanitizers, so the sanitizer builds leave it out.
+# UndefinedBehaviorSanitizer build, the concurrency tests (host, solver, node) under
+# ThreadSanitizer, and a minute of each fuzz target. The Python module is built and tested in the
+# normal build only: a plain interpreter cannot load a module built with sanitizers.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 install_missing_packages
@@ -23,3 +23,24 @@ configure_and_build build-tsan -DCMAKE_BUILD_TYPE=Debug -DQUORBLEN_WERROR=ON \
     -DQUORBLEN_SANITIZE=thread -DQUORBLEN_BUILD_BENCHMARKS=OFF -DQUORBLEN_BUILD_PYTHON=OFF \
     -- node_tests host_tests tv_tests
 ctest --test-dir "$QUORBLEN_ROOT/build-tsan" -j "$jobs" -L 'node|host|tv' --output-on-failure
+
+echo "== Fuzz targets (clang, libFuzzer, AddressSanitizer + UndefinedBehaviorSanitizer)"
+fuzz_targets=(raw_read_fuzz command_line_fuzz node_inpaint_fuzz)
+configure_and_build build-fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=Debug \
+    -DQUORBLEN_WERROR=ON -DQUORBLEN_BUILD_FUZZERS=ON -DQUORBLEN_BUILD_TESTS=OFF \
+    -DQUORBLEN_BUILD_BENCHMARKS=OFF -DQUORBLEN_BUILD_PYTHON=OFF -- "${fuzz_targets[@]}"
+fuzz_runs="$QUORBLEN_ROOT/build-fuzz/runs"
+for target in "${fuzz_targets[@]}"; do
+    # Each run starts from a fresh copy of the seeds: what it adds stays out of the repository.
+    rm -rf "${fuzz_runs:?}/$target"
+    mkdir -p "$fuzz_runs/$target"
+    cp "$QUORBLEN_ROOT/fuzz/corpus/$target/"* "$fuzz_runs/$target/"
+    if ! LSAN_OPTIONS="suppressions=$QUORBLEN_ROOT/tests/sanitizers/lsan.supp:print_suppressions=0" \
+        "$QUORBLEN_ROOT/build-fuzz/fuzz/$target" -max_total_time=60 -timeout=30 \
+        -artifact_prefix="$fuzz_runs/$target-" "$fuzz_runs/$target" >"$fuzz_runs/$target.log" 2>&1; then
+        tail -n 60 "$fuzz_runs/$target.log"
+        echo "$target failed; the input that failed is $fuzz_runs/$target-*"
+        exit 1
+    fi
+    echo "$target: $(tail -n 1 "$fuzz_runs/$target.log")"
+done

@@ -6,6 +6,7 @@
 #include <limits>
 #include <sstream>
 #include <tuple>
+#include <vector>
 
 #include "image/RawImageFile.h"
 #include "tests/support/TestImages.h"
@@ -29,7 +30,7 @@ std::string sampleBytes(const ImageBuffer& image) {
                        sizeof(float) * image.width * image.height * image.channels);
 }
 
-TEST(RawImageFile, LayoutExactRoundTripAndArrayReuse) {
+TEST(RawImageFile, LayoutAndExactRoundTrip) {
     test::ScratchDir dir;
     const std::string name = dir.file("image.raw");
     // Values a rounding or text path would not keep: signed zero, subnormal, infinity, NaN.
@@ -44,22 +45,15 @@ TEST(RawImageFile, LayoutExactRoundTripAndArrayReuse) {
     EXPECT_EQ(test::readBytes(name),
               std::string("\3\0\0\0\2\0\0\0\4\0\0\0", 12) + sampleBytes(image));
 
-    // Same sample count, other shape: the array stays and the file's shape is taken.
+    // Same sample count, other shape: the file's shape is taken.
     ImageBuffer back(4, 6, 1);
-    const float* array = back.data;
     ASSERT_TRUE(readRaw(name.c_str(), &back));
-    EXPECT_EQ(back.data, array);
     EXPECT_EQ(std::tie(back.width, back.height, back.channels, back.stride),
               std::make_tuple(3, 2, 4, 12));
     EXPECT_EQ(sampleBytes(back), sampleBytes(image));
-
-    // A header announcing no samples empties the buffer.
-    writeFile(name, header(0, 5, 3));
-    EXPECT_TRUE(readRaw(name.c_str(), &back));
-    EXPECT_EQ(back.data, nullptr);
 }
 
-TEST(RawImageFile, BadFilesReportAndNeverExposeStaleMemory) {
+TEST(RawImageFile, UnopenableFilesAndOversizedHeadersLeaveTheBufferAlone) {
     test::ScratchDir dir;
     const std::string name = dir.file("bad.raw");
     const std::string unwritable = dir.file("no/such/folder.raw");
@@ -88,23 +82,45 @@ TEST(RawImageFile, BadFilesReportAndNeverExposeStaleMemory) {
         EXPECT_EQ(image.width, 4);
         EXPECT_EQ(image.data[3], 7.0f);
     }
+}
 
-    // A file that ends inside its second sample: the reused array must not show through.
-    const float first = 5.0f;
-    writeFile(name, header(2, 2, 1) + std::string(reinterpret_cast<const char*>(&first), 4) + "xy");
-    EXPECT_TRUE(readRaw(name.c_str(), &image));
-    EXPECT_EQ(image.data, array);
-    EXPECT_EQ(image.width, 2);
-    EXPECT_EQ(sampleBytes(image),
-              std::string(reinterpret_cast<const char*>(&first), 4) + std::string(12, '\0'));
-
-    // A header that ends early counts its missing dimensions as 0; a product of 0 fits
-    // however large the other dimensions are.
-    for (const std::string& empty : {header(3, 3, 1).substr(0, 10), header(1 << 30, 1 << 30, 0)}) {
-        std::istringstream stream(empty, std::ios::binary);
-        image.resize(2, 2, 1);
-        readRaw(stream, &image);
-        EXPECT_EQ(image.data, nullptr);
+// A short file still loads: a reused array keeps what it held past the last whole sample read,
+// a fresh array is cleared there, and a header cut short counts its missing dimensions as 0.
+// A header announcing no samples empties the buffer.
+TEST(RawImageFile, ShortFilesKeepOrClearTheSamplesTheyDoNotReach) {
+    test::ScratchDir dir;
+    const std::string name = dir.file("short.raw");
+    const float five = 5.0f;
+    const std::string firstSample(reinterpret_cast<const char*>(&five), 4);
+    const struct {
+        const char* what;
+        std::string bytes;
+        std::vector<float> samples;  // empty: no array
+    } cases[] = {
+        {"same count, ends inside sample 2", header(2, 2, 1) + firstSample + "xy", {5, 7, 7, 7}},
+        {"same count, no samples", header(1, 4, 1), {7, 7, 7, 7}},
+        {"new count, ends inside sample 2", header(3, 1, 1) + firstSample + "xy", {5, 0, 0}},
+        {"header cut short", header(3, 3, 1).substr(0, 10), {}},
+        {"no rows, width x channels past 2^31", header(1 << 30, 0, 1 << 30), {}},
+    };
+    for (const auto& c : cases) {
+        writeFile(name, c.bytes);
+        for (const bool fromFile : {true, false}) {
+            ImageBuffer image = test::filledImage(4, 1, 1, 7.0f);
+            const float* array = image.data;
+            std::istringstream stream(c.bytes, std::ios::binary);
+            if (fromFile) {
+                EXPECT_TRUE(readRaw(name.c_str(), &image)) << c.what;
+            } else {
+                readRaw(stream, &image);
+            }
+            const std::vector<float> samples(image.data, image.data + image.stride * image.height);
+            EXPECT_EQ(samples, c.samples) << c.what << (fromFile ? " (file)" : " (stream)");
+            // The buffer's own count of 4: the array is kept.
+            if (c.samples.size() == 4) {
+                EXPECT_EQ(image.data, array) << c.what;
+            }
+        }
     }
 }
 
