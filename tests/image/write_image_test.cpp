@@ -1,12 +1,18 @@
-// ImageBuffer::writeImage: channel sets, JPEG quality and writer failures.
+// ImageBuffer::writeImage: channel sets, JPEG quality and writer failures; the message thrown
+// for an aborted operator tree.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ostream>
 
+#include "image/OpError.h"
 #include "tests/support/TestImages.h"
 
 namespace quorblen {
 namespace {
+
+const std::string Prefix =
+    "Host error encountered by fillBuffer(). Operator ImageBufferIop reported: ";
 
 /// An image with detail in every channel, so that compression has something to lose.
 ImageBuffer noisyImage(int channels) {
@@ -57,20 +63,53 @@ TEST(WriteImage, JpegQualityReachesTheWriter) {
 
 TEST(WriteImage, FailureThrowsTheWritersMessageAndLeavesNoFile) {
     test::ScratchDir dir;
-    const std::string prefix =
-        "Host error encountered by fillBuffer(). Operator ImageBufferIop reported: ";
     // An unwritable folder and a name no image format is known for.
     for (const std::string& name : {dir.file("no/such/folder/out.png"), dir.file("out.unknown")}) {
         try {
             noisyImage(3).writeImage(name.c_str());
             ADD_FAILURE() << "no throw for " << name;
         } catch (const std::string& message) {
-            EXPECT_EQ(message.rfind(prefix, 0), 0u) << message;
+            EXPECT_EQ(message.rfind(Prefix, 0), 0u) << message;
             EXPECT_NE(message.find(name), std::string::npos) << message;
         }
     }
     // Nothing half-written stays behind.
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+}
+
+/// The text checkOpError throws for `op`, or "no throw".
+std::string thrownBy(host::Op& op) {
+    try {
+        checkOpError(&op);
+    } catch (const std::string& message) {
+        return message;
+    }
+    return "no throw";
+}
+
+TEST(CheckOpError, MessageForEachAbortState) {
+    ImageBuffer op;
+    EXPECT_EQ(thrownBy(op), "no throw");
+    op.abort();
+    EXPECT_EQ(thrownBy(op), Prefix + "unexpected error state");
+
+    // The first error of the tree is the one named, whichever operator reported it, and the
+    // operator is named through the host's hook.
+    op.clear_abort();
+    ImageBuffer upstream;
+    op.set_input(0, &upstream);
+    upstream.error("disk full");
+    op.error("second error");
+    const auto original = host::Op::print_name_cb;
+    host::Op::print_name_cb = [](std::ostream& out, const host::Op*) { out << "Write1"; };
+    const std::string message = thrownBy(op);
+    host::Op::print_name_cb = original;
+    EXPECT_EQ(message,
+              "Host error encountered by fillBuffer(). Operator Write1 reported: disk full");
+
+    // A stop the user asked for throws an empty message, even with errors recorded.
+    op.cancel();
+    EXPECT_EQ(thrownBy(op), "");
 }
 
 }  // namespace

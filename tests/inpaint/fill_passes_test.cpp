@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <set>
 #include <string>
 
 #include "inpaint/FillOrder.h"
@@ -244,40 +243,6 @@ TEST(ElasticaEnergy, CurvatureWeighsTheFivePointGradient) {
                 1e-6);
     EXPECT_NEAR(elasticaEnergy(peak, 2, 2, 0.5f, 0.0f), 3.0 * std::sqrt(2.0), 1e-6);
     EXPECT_EQ(elasticaEnergy(test::filledImage(5, 5, 4, 0.3f), 2, 2, 0.01f, 5.0f), 0.0);
-}
-
-TEST(FillPasses, PhotoHoleTakesKnownColoursOnly) {
-    // A 40 x 40 crop of the photo with a 10 x 10 hole whose first guess is a known colour.
-    const ImageBuffer photo = test::readFileImage(test::sourcePath("data/astronaut.png")).pixels;
-    const auto inHole = [](int x, int y) { return x >= 15 && x < 25 && y >= 15 && y < 25; };
-    const ImageBuffer src = test::makeImage(40, 40, 4, [&](int x, int y, int c) {
-        const bool hole = inHole(x, y);
-        return c == 3 ? float(hole) : at(photo, hole ? 200 : 200 + x, hole ? 150 : 150 + y, c);
-    });
-    PixelList hole;  // as the driver lists it, from the bottom-right corner
-    std::set<std::array<float, 3>> known;
-    for (int y = 39; y >= 0; --y) {
-        for (int x = 39; x >= 0; --x) {
-            if (inHole(x, y)) {
-                hole.push_back({std::uint32_t(x), std::uint32_t(y), -1});
-            } else {
-                known.insert(colourAt(src, x, y));
-            }
-        }
-    }
-    for (int pass = 0; pass < Count; ++pass) {
-        SCOPED_TRACE(pass);
-        ImageBuffer written(src);
-        testing::internal::CaptureStdout();
-        EXPECT_GT(runPass(pass, src, written, hole, 8, 0), 0.0);
-        testing::internal::GetCapturedStdout();
-        // Known pixels unchanged bit for bit: with the hole put back, the image is `src` again.
-        for (const PixelEntry& p : hole) {
-            ASSERT_TRUE(known.count(colourAt(written, p.x, p.y))) << p.x << "," << p.y;
-            std::copy_n(&at(src, p.x, p.y, 0), 4, &at(written, p.x, p.y, 0));
-        }
-        EXPECT_TRUE(test::sameImage(written, src));
-    }
 }
 
 }  // namespace

@@ -84,8 +84,6 @@ TEST(InpaintRecipe, FillsTheHoleAndKeepsEveryOtherSample) {
 TEST(InpaintRecipe, RefusesBadInput) {
     const ImageBuffer image = photoCrop(3);
     const ImageBuffer other = photoCrop(1);
-    const ImageBuffer smaller = test::filledImage(40, 40, 3, 0.5f);
-    const ImageBuffer everything = test::filledImage(48, 40, 1, 1.0f);
     ImageBuffer notANumber = photoCrop(3);
     at(notANumber, 20, 20, 1) = NAN;
     const auto with = [](auto change) {
@@ -99,9 +97,6 @@ TEST(InpaintRecipe, RefusesBadInput) {
         RecipeOptions options;
         const char* message;
     } cases[] = {
-        {image, smaller, with([](RecipeOptions&) {}),
-         "the mask is 40 x 40 but the image is 48 x 40"},
-        {image, everything, with([](RecipeOptions&) {}), "nothing to fill from"},
         {test::filledImage(48, 40, 5, 0.0f), holeMask(), with([](RecipeOptions&) {}),
          "5 colour channels"},
         {notANumber, holeMask(), with([](RecipeOptions&) {}), "not finite numbers"},
