@@ -219,7 +219,8 @@ TEST(UpscaleCommand, HostileFilesFailWithOneLineAndNoOutput) {
         << pngChunk("IHDR", std::string("\0\x01\x86\xa0\0\x01\x86\xa0\x08\x02\0\0\0", 13))
         << pngChunk("IDAT", "x") << pngChunk("IEND", "");
     for (const auto& [name, header] : {std::pair{"huge.raw", std::array{100000, 100000, 3}},
-                                       std::pair{"negative.raw", std::array{-5, 4, 3}}}) {
+                                       std::pair{"negative.raw", std::array{-5, 4, 3}},
+                                       std::pair{"empty.raw", std::array{0, 0, 0}}}) {
         std::ofstream(dir.path() / name, std::ios::binary)
             .write(reinterpret_cast<const char*>(header.data()), sizeof header);
     }
