@@ -129,7 +129,9 @@ void describeFrameOptions(std::ostream& out) {
            "      --skip-bad-frames  report a frame that fails (a missing or unreadable input)\n"
            "                      and go on with the next, instead of stopping there\n"
            "      -q, --quiet     print errors only\n"
-           "      -v, --verbose   print a line per frame with its sizes and time\n";
+           "      -v, --verbose   print a line per frame with its sizes and time\n"
+           "      Exit status: 0 done; 1 a file or frame failed (or was skipped); 2 bad\n"
+           "      usage; 130 interrupted (Ctrl-C), which leaves no partial file.\n";
 }
 
 }  // namespace quorblen::app

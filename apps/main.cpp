@@ -63,8 +63,6 @@ void printHelp(std::ostream& out) {
     describeOutputOptions(out);
     out << "\nSequence and message options of every command:\n";
     describeFrameOptions(out);
-    out << "\nExit status: 0 done; 1 a file or frame failed (or was skipped); 2 bad usage;\n"
-           "130 interrupted (Ctrl-C), leaving no partial file.\n";
 }
 
 }  // namespace
