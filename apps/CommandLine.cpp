@@ -16,7 +16,8 @@ bool contains(const std::vector<std::string>& list, const std::string& word) {
 }
 
 /// Short spellings of options, as oiiotool has them.
-constexpr std::pair<const char*, const char*> shortOptions[] = {{"-d", "--data-type"}};
+constexpr std::pair<const char*, const char*> shortOptions[] = {
+    {"-d", "--data-type"}, {"-q", "--quiet"}, {"-v", "--verbose"}};
 
 std::filesystem::path programDirectory() {
     std::error_code ec;
@@ -24,13 +25,12 @@ std::filesystem::path programDirectory() {
     return ec ? std::filesystem::current_path() : self.parent_path();
 }
 
-/// `value` as people write it: the shortest text that reads back as it (1e-30, 0.5, 1e+30).
+}  // namespace
+
 std::string formatNumber(double value) {
     char text[32];
     return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
-
-}  // namespace
 
 Arguments::Arguments(const std::vector<std::string>& args,
                      const std::vector<std::string>& valueOptions,
@@ -38,7 +38,8 @@ Arguments::Arguments(const std::vector<std::string>& args,
     for (std::size_t i = 0; i < args.size(); ++i) {
         std::string arg = args[i];
         for (const auto& [shortName, longName] : shortOptions) {
-            if (arg == shortName && contains(valueOptions, longName)) {
+            if (arg == shortName &&
+                (contains(valueOptions, longName) || contains(flagOptions, longName))) {
                 arg = longName;
             }
         }

@@ -24,9 +24,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// `value` as people write it: the shortest text that reads back as it (1e-30, 0.5, 1e+30).
+std::string formatNumber(double value);
+
 /// The arguments of one command: positional words and "--name value" / "--name=value"
-/// options; "-d TYPE" stands for "--data-type TYPE". Options must be among those the command
-/// declares.
+/// options; "-d TYPE" stands for "--data-type TYPE", "-q" for "--quiet", "-v" for "--verbose".
+/// Options must be among those the command declares.
 class Arguments {
 public:
     /// Parses `args`; `valueOptions` take a value, `flagOptions` take none.

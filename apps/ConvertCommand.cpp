@@ -1,10 +1,12 @@
 // quorblen convert: between raw files (.raw) and image files, either way.
 #include <algorithm>
 #include <cstdint>
-#include <iostream>
+#include <optional>
+#include <string>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
 #include "apps/Rendering.h"
 #include "host/Write.h"
@@ -48,64 +50,60 @@ void writeRawFile(const std::string& path, const ImageBuffer& image) {
     }
 }
 
-/// Says on standard output what was written.
-void reportWritten(const std::string& path, int width, int height, int channels) {
-    std::cout << "Wrote " << path << " (" << width << " x " << height << ", " << channels
-              << (channels == 1 ? " channel" : " channels") << ")\n";
+/// What was written, in one line.
+std::string written(const std::string& path, int width, int height, int channels) {
+    return "Wrote " + path + " (" + std::to_string(width) + " x " + std::to_string(height) + ", " +
+           std::to_string(channels) + (channels == 1 ? " channel)" : " channels)");
 }
 
-}  // namespace
-
-int runConvert(const std::vector<std::string>& args) {
-    const Arguments arguments(args, outputOptions);
-    if (arguments.positional().size() != 2) {
-        throw UsageError("needs an INPUT and an OUTPUT file");
-    }
-    const std::string& input = arguments.positional()[0];
-    const std::string& output = arguments.positional()[1];
-    const OutputChoices choices = outputChoices(arguments, output);
+/// Converts the file `input` to `output`; the frame work of the convert command.
+std::optional<std::string> convertFile(const std::string& input, const std::string& output,
+                                       const OutputChoices& choices) {
     const bool rawOutput = isRawFile(output);
     if (!rawOutput) {
         checkWritableImagePath(output);
     }
-
     // Only the host's renders watch for Ctrl-C; they stop cleanly, leaving no output behind.
     InterruptGuard interruptGuard;
     // One thread: a conversion only copies rows.
     const host::RenderOptions options = renderOptions(1, nullptr);
-    bool written = true;
-    int width = 0;
-    int height = 0;
-    int channels = 0;
     if (isRawFile(input) || rawOutput) {
         // The raw file keeps the planes in the order the reader delivers the channels.
         const LoadedImage image =
             isRawFile(input) ? readRawFile(input) : readImageFile(input, options);
         if (rawOutput) {
             writeRawFile(output, image.pixels);
-        } else {
-            written = writeImageFile(image, output, choices, options);
+        } else if (!writeImageFile(image, output, choices, options)) {
+            return std::nullopt;
         }
-        width = image.pixels.width;
-        height = image.pixels.height;
-        channels = image.pixels.channels;
-    } else {
-        // Image to image: the rows go from the reader to the writer, a strip at a time.
-        host::Read read(nullptr);
-        openImageFile(read, input);
-        host::Write writer(nullptr);
-        written = writeImageFile(writer, read, read.channels(), output, read.file_datatype(),
-                                 choices, options);
-        width = read.info().box().w();
-        height = read.info().box().h();
-        channels = read.channels().size();
+        return written(output, image.pixels.width, image.pixels.height, image.pixels.channels);
     }
-    if (!written) {
-        std::cerr << "quorblen convert: interrupted; " << output << " was not written\n";
-        return ExitInterrupted;
+    // Image to image: the rows go from the reader to the writer, a strip at a time.
+    host::Read read(nullptr);
+    openImageFile(read, input);
+    host::Write writer(nullptr);
+    if (!writeImageFile(writer, read, read.channels(), output, read.file_datatype(), choices,
+                        options)) {
+        return std::nullopt;
     }
-    reportWritten(output, width, height, channels);
-    return ExitOk;
+    return written(output, read.info().box().w(), read.info().box().h(), read.channels().size());
+}
+
+}  // namespace
+
+int runConvert(const std::vector<std::string>& args) {
+    std::vector<std::string> options = outputOptions;
+    options.insert(options.end(), frameOptions.begin(), frameOptions.end());
+    const Arguments arguments(args, options, frameFlags);
+    if (arguments.positional().size() != 2) {
+        throw UsageError("needs an INPUT and an OUTPUT file");
+    }
+    const std::string& input = arguments.positional()[0];
+    const std::string& output = arguments.positional()[1];
+    const OutputChoices choices = outputChoices(arguments, output);
+    return runFrames("convert", arguments, {input, output}, [&](const Frame& frame) {
+        return convertFile(frame.name(input), frame.name(output), choices);
+    });
 }
 
 }  // namespace quorblen::app

@@ -1,6 +1,8 @@
 // quorblen inpaint: fills a masked region of an image file with one of the library's recipes.
 #include <algorithm>
+#include <array>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
@@ -9,6 +11,7 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
 #include "apps/Rendering.h"
 #include "inpaint/Inpaint.h"
@@ -59,15 +62,25 @@ struct Settings {
     RecipeOptions options{};
     std::string sources[2];  // --source2, --source3; empty: INPUT itself
     OutputChoices choices;
+
+    /// The file names, INPUT and OUTPUT first.
+    std::array<std::string*, 5> files() {
+        return {&input, &output, &mask, &sources[0], &sources[1]};
+    }
 };
 
-Settings parseSettings(const std::vector<std::string>& args) {
-    std::vector<std::string> valueOptions{"--mask", "--method", "--source2", "--source3"};
-    valueOptions.insert(valueOptions.end(), outputOptions.begin(), outputOptions.end());
+/// The options the inpaint command takes a value for.
+std::vector<std::string> valueOptions() {
+    std::vector<std::string> options{"--mask", "--method", "--source2", "--source3"};
+    options.insert(options.end(), outputOptions.begin(), outputOptions.end());
+    options.insert(options.end(), frameOptions.begin(), frameOptions.end());
     for (const RecipeParameter& parameter : recipeParameters()) {
-        valueOptions.push_back(flagOf(parameter));
+        options.push_back(flagOf(parameter));
     }
-    const Arguments arguments(args, valueOptions);
+    return options;
+}
+
+Settings parseSettings(const Arguments& arguments) {
     Settings settings;
     settings.sample = arguments.positional().empty();
     if (settings.sample) {
@@ -114,7 +127,6 @@ Settings parseSettings(const std::vector<std::string>& args) {
     settings.sources[0] = arguments.value("--source2").value_or("");
     settings.sources[1] = arguments.value("--source3").value_or("");
     settings.choices = outputChoices(arguments, settings.output);
-    checkWritableImagePath(settings.output);
     return settings;
 }
 
@@ -196,10 +208,9 @@ ImageBuffer readSource(const std::string& path, const LoadedImage& input,
     return pixels;
 }
 
-}  // namespace
-
-int runInpaint(const std::vector<std::string>& args) {
-    Settings settings = parseSettings(args);
+/// Fills the hole of the files `settings` names; the frame work of the inpaint command.
+std::optional<std::string> inpaintFile(Settings settings) {
+    checkWritableImagePath(settings.output);
     LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
     const ImageBuffer hole = readHole(settings, input);
     ImageBuffer sources[2];
@@ -213,24 +224,41 @@ int runInpaint(const std::vector<std::string>& args) {
 
     const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
     try {
-        input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::cerr);
+        input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::clog);
     } catch (const std::invalid_argument& e) {
         throw CommandError(settings.input + ": " + e.what());
     }
 
     InterruptGuard interruptGuard;
     if (!writeImageFile(input, settings.output, settings.choices, renderOptions(1, nullptr))) {
-        std::cerr << "quorblen inpaint: interrupted; " << settings.output << " was not written\n";
-        return ExitInterrupted;
+        return std::nullopt;
     }
-    if (holePixels > 0) {
-        std::cout << (settings.sample
-                          ? "Filled the strokes of the sample mask " + settings.mask +
-                                " in the photo " + settings.input
-                          : "Filled " + std::to_string(holePixels) + " pixels of " + settings.input)
-                  << " (" << settings.method->name << "); wrote " << settings.output << "\n";
+    if (holePixels == 0) {
+        return "Wrote " + settings.output + " (nothing to fill)";
     }
-    return ExitOk;
+    return (settings.sample
+                ? "Filled the strokes of the sample mask " + settings.mask + " in the photo " +
+                      settings.input
+                : "Filled " + std::to_string(holePixels) + " pixels of " + settings.input) +
+           " (" + settings.method->name + "); wrote " + settings.output;
+}
+
+}  // namespace
+
+int runInpaint(const std::vector<std::string>& args) {
+    const Arguments arguments(args, valueOptions(), frameFlags);
+    Settings settings = parseSettings(arguments);
+    std::vector<std::string> names;
+    for (const std::string* name : settings.files()) {
+        names.push_back(*name);
+    }
+    return runFrames("inpaint", arguments, names, [&](const Frame& frame) {
+        Settings files = settings;
+        for (std::string* name : files.files()) {
+            *name = frame.name(*name);
+        }
+        return inpaintFile(files);
+    });
 }
 
 }  // namespace quorblen::app

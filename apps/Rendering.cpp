@@ -82,7 +82,7 @@ void TerminalProgress::update(double fraction) {
         if (std::chrono::steady_clock::now() - d.start < std::chrono::milliseconds(500)) {
             return;
         }
-        d.bar.emplace(Display::steps, std::cerr, "\n", "", "");
+        d.bar.emplace(Display::steps, std::clog, "\n", "", "");
     }
     const auto target = static_cast<unsigned long>(fraction * Display::steps);
     if (target > d.bar->count() && d.bar->count() < Display::steps) {

@@ -28,8 +28,8 @@ public:
     static const std::atomic<bool>& flag();
 };
 
-/// A progress bar on standard error, shown only when standard error is a terminal and the
-/// render is still running after half a second.
+/// A progress bar on std::clog (standard error, unless -q silences it), shown only when
+/// standard error is a terminal and the render is still running after half a second.
 class TerminalProgress : public host::ProgressSink {
 public:
     TerminalProgress();

@@ -2,10 +2,12 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
 #include "apps/Rendering.h"
 #include "host/Module.h"
@@ -59,27 +61,20 @@ void describeUpscaleKnobs(std::ostream& out) {
     }
 }
 
-int runUpscale(const std::vector<std::string>& args) {
-    std::vector<std::string> options = {"--iterations", "--lambda", "--a", "--threads"};
-    options.insert(options.end(), outputOptions.begin(), outputOptions.end());
-    const Arguments arguments(args, options);
-    // Range checks here; the values themselves go to the node's knobs as typed, so the
-    // node's own defaults stay the only ones.
-    arguments.intValue("--iterations", 1, 1, 1000000);
-    arguments.doubleValue("--lambda", 0.0, 0.0, 1e30);
-    arguments.doubleValue("--a", 1.0, MinimumRegularization, 1e30);
-    const int threads = arguments.intValue("--threads", defaultThreads(), 1, 1024);
+namespace {
 
-    const bool sample = arguments.positional().empty();
-    if (!sample && arguments.positional().size() != 2) {
-        throw UsageError("needs an INPUT and an OUTPUT file");
-    }
-    const std::string input = sample ? bundledDataFile(sampleName) : arguments.positional()[0];
-    const std::string output = sample ? sampleOutput : arguments.positional()[1];
-    const OutputChoices choices = outputChoices(arguments, output);
+/// What the upscale command line asks for, checked.
+struct UpscaleSettings {
+    const Arguments& arguments;
+    OutputChoices choices;
+    int threads;
+    bool sample;
+};
+
+/// Upscales the file `input` to `output`; the frame work of the upscale command.
+std::optional<std::string> upscaleFile(const std::string& input, const std::string& output,
+                                       const UpscaleSettings& settings) {
     checkWritableImagePath(output);
-
-    host::loadModule(moduleFile());
     host::Node readNode("Read1");
     host::Node upscaleNode("Quorblen1");
     host::Node writeNode("Write1");
@@ -107,7 +102,7 @@ int runUpscale(const std::vector<std::string>& args) {
 
     upscale->set_input(0, reader, 0, 0);
     for (const KnobOption& knob : knobOptions) {
-        if (const auto text = arguments.value(knob.option)) {
+        if (const auto text = settings.arguments.value(knob.option)) {
             if (!upscale->set_knob(knob.knob, *text)) {
                 throw UsageError(std::string(knob.option) + ": the node refuses \"" + *text + "\"");
             }
@@ -117,13 +112,38 @@ int runUpscale(const std::vector<std::string>& args) {
     TerminalProgress progress;
     InterruptGuard interruptGuard;
     if (!writeImageFile(*writer, *node, reader->channels(), output, reader->file_datatype(),
-                        choices, renderOptions(threads, &progress))) {
-        std::cerr << "quorblen upscale: interrupted; " << output << " was not written\n";
-        return ExitInterrupted;
+                        settings.choices, renderOptions(settings.threads, &progress))) {
+        return std::nullopt;
     }
-    std::cout << (sample ? "Upscaled the sample photo " + input + " to " : "Wrote ") << output
-              << " (" << 2 * box.w() << " x " << 2 * box.h() << ")\n";
-    return ExitOk;
+    return (settings.sample ? "Upscaled the sample photo " + input + " to " : "Wrote ") + output +
+           " (" + std::to_string(2 * box.w()) + " x " + std::to_string(2 * box.h()) + ")";
+}
+
+}  // namespace
+
+int runUpscale(const std::vector<std::string>& args) {
+    std::vector<std::string> options = {"--iterations", "--lambda", "--a", "--threads"};
+    options.insert(options.end(), outputOptions.begin(), outputOptions.end());
+    options.insert(options.end(), frameOptions.begin(), frameOptions.end());
+    const Arguments arguments(args, options, frameFlags);
+    // Range checks here; the values themselves go to the node's knobs as typed, so the
+    // node's own defaults stay the only ones.
+    arguments.intValue("--iterations", 1, 1, 1000000);
+    arguments.doubleValue("--lambda", 0.0, 0.0, 1e30);
+    arguments.doubleValue("--a", 1.0, MinimumRegularization, 1e30);
+    const int threads = arguments.intValue("--threads", defaultThreads(), 1, 1024);
+
+    const bool sample = arguments.positional().empty();
+    if (!sample && arguments.positional().size() != 2) {
+        throw UsageError("needs an INPUT and an OUTPUT file");
+    }
+    const std::string input = sample ? bundledDataFile(sampleName) : arguments.positional()[0];
+    const std::string output = sample ? sampleOutput : arguments.positional()[1];
+    const UpscaleSettings settings{arguments, outputChoices(arguments, output), threads, sample};
+    host::loadModule(moduleFile());
+    return runFrames("upscale", arguments, {input, output}, [&](const Frame& frame) {
+        return upscaleFile(frame.name(input), frame.name(output), settings);
+    });
 }
 
 }  // namespace quorblen::app

@@ -6,6 +6,7 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
 #include "apps/LibraryLines.h"
 #include "apps/Rendering.h"
@@ -60,6 +61,8 @@ void printHelp(std::ostream& out) {
     }
     out << "\nOutput options of every command:\n";
     describeOutputOptions(out);
+    out << "\nSequence and message options of every command:\n";
+    describeFrameOptions(out);
 }
 
 }  // namespace
@@ -92,6 +95,7 @@ int main(int argc, char** argv) {
                 std::cout << "usage: quorblen\n";
                 printUsage(std::cout, command);
                 describeOutputOptions(std::cout);
+                describeFrameOptions(std::cout);
                 return ExitOk;
             }
         }

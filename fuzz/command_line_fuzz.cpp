@@ -1,13 +1,17 @@
 // Fuzzes the command-line parsing: arbitrary words, one per line of the input, through
 // Arguments and the parsers of every option value the commands take.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FrameLoop.h"
+#include "apps/FrameSequence.h"
 #include "fuzz/FuzzCheck.h"
 #include "inpaint/Recipe.h"
 
@@ -34,7 +38,26 @@ void parseDouble(const Arguments& arguments, const std::string& option, double m
                                 : std::isnan(value));
 }
 
-/// What the upscale command parses, with its ranges. Each parser throws UsageError for what
+/// A frame range: ascending frames, each once, from 0 to 999999999.
+void parseFrames(const Arguments& arguments, const std::string& option) {
+    if (const auto range = arguments.value(option)) {
+        const std::vector<int> frames = app::parseFrameRange(*range);
+        check(!frames.empty() && frames.front() >= 0 && frames.back() <= 999999999 &&
+              std::adjacent_find(frames.begin(), frames.end(), std::greater_equal<>()) ==
+                  frames.end());
+    }
+}
+
+/// Each positional word as a frame name: two frames differ in their names exactly when it has
+/// a frame token.
+void expandFrameNames(const Arguments& arguments) {
+    for (const std::string& name : arguments.positional()) {
+        check((app::frameFileName(name, 7) != app::frameFileName(name, 123456)) ==
+              app::hasFrameToken(name));
+    }
+}
+
+/// What the commands parse, with its ranges. Each parser throws UsageError for what
 /// it refuses and checks what it accepts; a new parser is one more entry, reading its option
 /// or, with a null one, the positional words.
 using Arg = const Arguments&;
@@ -44,6 +67,8 @@ struct Parser {
     void (*parse)(Arg arguments, Opt option);
 };
 const Parser parsers[] = {
+    {"--frames", [](Arg a, Opt o) { parseFrames(a, o); }},
+    {nullptr, [](Arg a, Opt) { expandFrameNames(a); }},
     {"--iterations", [](Arg a, Opt o) { parseInt(a, o, 1, 1000000); }},
     {"--threads", [](Arg a, Opt o) { parseInt(a, o, 1, 1024); }},
     {"--lambda", [](Arg a, Opt o) { parseDouble(a, o, 0.0, 1e30, false); }},
@@ -82,7 +107,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     try {
         const Arguments arguments(words(std::string(reinterpret_cast<const char*>(data), size)),
-                                  valueOptions, {"--verbose"});
+                                  valueOptions, app::frameFlags);
         for (const Parser& parser : parsers) {
             try {
                 parser.parse(arguments, parser.option != nullptr ? parser.option : "");

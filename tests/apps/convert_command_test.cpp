@@ -57,26 +57,4 @@ TEST(ConvertCommand, ChannelCountsSurviveEveryDirection) {
     EXPECT_TRUE(sameImage(written.pixels, rgba));
 }
 
-TEST(ConvertCommand, RefusesBadFilesAndLeavesNothingBehind) {
-    ScratchDir dir;
-    const ImageBuffer empty;
-    ASSERT_TRUE(writeRaw(dir.file("empty.raw").c_str(), &empty));
-    const struct {
-        std::vector<std::string> args;
-        int exitCode;
-        std::string error;
-    } cases[] = {
-        {{"convert", "only.raw"}, 2, "usage: quorblen convert"},
-        {{"convert", "missing.raw", "out.png"}, 1, "cannot read missing.raw"},
-        {{"convert", "empty.raw", "out.png"}, 1, "empty.raw holds no samples"},
-        {{"convert", "empty.raw", "out.xyz"}, 1, "out.xyz"},
-    };
-    for (const auto& c : cases) {
-        const ProgramRun run = runQuorblen(c.args, dir.path());
-        EXPECT_EQ(run.exitCode, c.exitCode) << c.error;
-        EXPECT_NE(run.err.find(c.error), std::string::npos) << run.err;
-    }
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
-}
-
 }  // namespace

@@ -151,6 +151,13 @@ TEST(UpscaleCommand, BadCommandLinesAndFilesFailWithOneClearLine) {
         {{"upscale", "in.png", "out.nosuchformat"}, 1, "no image format"},
         {{"upscale", "in.png", "out.png", "--lambda", "soft"}, 2, "--lambda must be a number"},
         {{"upscale", "in.png", "out.png", "--a", "1e-300"}, 2, "--a must be at least 1e-30"},
+        {{"upscale", "in.png", "out.png", "--lambda", "1e31"},
+         2,
+         "--lambda must be at most 1e+30,"},
+        {{"upscale", "in.png", "out.#.png", "--frames", "1"}, 2, "--frames needs INPUT and OUTPUT"},
+        {{"upscale", "in.#.png", "out.png"}, 2, "in.#.png has a frame token"},
+        {{"convert", "in.@.png", "out.@.png", "--frames", "1-2x"}, 2, "--frames must be like"},
+        {{"upscale", "in.png", "out.png", "-q", "-v"}, 2, "-q and -v exclude each other"},
         {{"upscale", "in.png"}, 2, "INPUT and an OUTPUT"},
         {{"upscale", "in.png", "out.png", "--colour"}, 2, "unknown option --colour"},
         {{"enlarge"}, 2, "unknown command"},
@@ -212,7 +219,8 @@ TEST(UpscaleCommand, HostileFilesFailWithOneLineAndNoOutput) {
         << pngChunk("IHDR", std::string("\0\x01\x86\xa0\0\x01\x86\xa0\x08\x02\0\0\0", 13))
         << pngChunk("IDAT", "x") << pngChunk("IEND", "");
     for (const auto& [name, header] : {std::pair{"huge.raw", std::array{100000, 100000, 3}},
-                                       std::pair{"negative.raw", std::array{-5, 4, 3}}}) {
+                                       std::pair{"negative.raw", std::array{-5, 4, 3}},
+                                       std::pair{"empty.raw", std::array{0, 0, 0}}}) {
         std::ofstream(dir.path() / name, std::ios::binary)
             .write(reinterpret_cast<const char*>(header.data()), sizeof header);
     }
