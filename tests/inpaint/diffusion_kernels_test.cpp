@@ -58,6 +58,28 @@ TEST(TvInpaintStep, WeightedMeanOfNeighbours) {
     EXPECT_EQ(at(next, 1, 1, 0), -5.0f);
     EXPECT_NEAR(tvInpaintStep(hole, hole, next, 0, 3, centre, 5.0, 1e-4), 1.0, 1e-15);
     EXPECT_EQ(at(next, 1, 1, 0), 1.0f);
+
+    // Unequal neighbours, to the bit: weights 1 / sqrt(g_k^2 + eps^2) of the shared edge
+    // gradients, and a partly known centre adds its own value with weight lambda (1 - alpha).
+    const float values[] = {0.1f, 0.7f, 0.2f, 0.5f, 0.6f, 0.9f, 0.8f, 0.3f, 0.4f};
+    for (const float alpha : {1.0f, 0.25f}) {
+        const ImageBuffer image = makeImage(3, 3, 4, [&](int x, int y, int c) {
+            return c == 0 ? values[y * 3 + x] : c == 3 && x == 1 && y == 1 ? alpha : 0.0f;
+        });
+        const float eps = 0.05f;
+        double w[4];
+        for (int k = 0; k < 4; ++k) {
+            const double g = edgeGradientMagnitude(image, 1, 1, 0, k);
+            w[k] = 1.0 / std::sqrt(g * g + double(eps * eps));
+        }
+        const double self = float((1.0 - alpha) * 2.0);
+        const double s = w[0] + w[1] + w[2] + w[3] + self;
+        const double expected = (self / s) * 0.6f + (w[0] / s) * 0.9f + (w[1] / s) * 0.3f +
+                                (w[2] / s) * 0.5f + (w[3] / s) * 0.7f;
+        EXPECT_EQ(tvInpaintStep(image, image, next, 0, 3, centre, 2.0, eps),
+                  std::fabs(0.6f - expected));
+        EXPECT_EQ(at(next, 1, 1, 0), float(expected)) << "alpha " << alpha;
+    }
 }
 
 TEST(FlowSteps, FlatAndAxisRampsStayPut) {
