@@ -279,9 +279,13 @@ bool ExrZipStream::consume(const unsigned char* bytes, std::size_t size) {
             return fail("the EXR header was not written in order");
         }
         m_header.insert(m_header.end(), bytes, bytes + size);
-        auto layout = std::make_unique<ExrScanlineLayout>();
+        // A header ends with a null byte; OpenEXR writes it a few bytes at a time.
+        if (m_header.empty() || m_header.back() != 0) {
+            return true;
+        }
+        ExrScanlineLayout layout;
         std::string why;
-        switch (parseHeader(m_header, *layout, why)) {
+        switch (parseHeader(m_header, layout, why)) {
             case HeaderState::Partial:
                 return true;
             case HeaderState::Unsupported:
@@ -289,7 +293,7 @@ bool ExrZipStream::consume(const unsigned char* bytes, std::size_t size) {
             case HeaderState::Whole:
                 break;
         }
-        m_layout = std::move(layout);
+        m_layout = std::make_unique<ExrScanlineLayout>(layout);
         // Bytes past the header (none in practice: OpenEXR writes the table apart) go on below.
         const std::size_t past = m_header.size() - m_layout->headerBytes;
         bytes += size - past;
