@@ -43,6 +43,7 @@ BENCHMARK(BM_HostWriteExr)
     ->Args({1, 2})
     ->Args({0, 2})
     ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
     ->UseRealTime();
 
 /// Argument: OpenEXR's threads. The same image written zip-compressed by OpenImageIO and
@@ -67,6 +68,7 @@ BENCHMARK(BM_OpenImageIoWriteExrZip)
     ->Arg(1)
     ->Arg(2)
     ->Unit(benchmark::kMillisecond)
+    ->MeasureProcessCPUTime()
     ->UseRealTime();
 
 }  // namespace
