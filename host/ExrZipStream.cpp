@@ -22,8 +22,9 @@ constexpr unsigned char ZipCompression = 3;
 constexpr std::uint32_t ExrMagic = 20000630;
 constexpr std::uint32_t LongNamesFlag = 0x400;
 constexpr std::size_t PreambleBytes = 8;  // a chunk's line number and byte count
-/// Block bytes compressed together per thread, to keep every thread busy between writes.
-constexpr std::size_t BatchBytesPerThread = std::size_t(4) << 20;
+/// Block bytes held per thread: enough for the workers never to wait for lines.
+constexpr std::size_t RingBytesPerThread = std::size_t(8) << 20;
+constexpr std::size_t RingBlocksPerThread = 4;
 
 template <class T>
 T load(const unsigned char* bytes) {
@@ -101,6 +102,7 @@ struct ExrZipStream::Block {
     std::vector<unsigned char> raw;
     std::vector<unsigned char> packed;
     std::size_t packedBytes = 0;  // 0: stored as it is, packing did not make it smaller
+    bool compressed = false;
 };
 
 /// What a compressing thread owns.
@@ -235,6 +237,11 @@ ExrZipStream::ExrZipStream(const std::string& path, int linesPerBlock, int level
     if (m_file == nullptr) {
         m_mode = Closed;
         error(std::strerror(errno));
+        return;
+    }
+    for (Worker& worker : m_workers) {
+        m_workerThreads.emplace_back(
+            [this, &worker](std::stop_token stop) { compressBlocks(stop, worker); });
     }
 }
 
@@ -243,7 +250,7 @@ ExrZipStream::~ExrZipStream() {
 }
 
 void ExrZipStream::close() {
-    m_compressing.clear();
+    m_workerThreads.clear();  // stops and joins them
     if (m_file != nullptr) {
         std::fclose(m_file);
         m_file = nullptr;
@@ -333,11 +340,8 @@ bool ExrZipStream::startFile() {
         store(m_header.data() + *layout.chunkCountAt, std::int32_t(blocks));
     }
     const std::size_t blockBytes = layout.lineBytes * std::size_t(m_linesPerBlock);
-    const std::size_t batchBlocks = std::max<std::size_t>(
-        std::size_t(m_threads), BatchBytesPerThread * std::size_t(m_threads) / blockBytes);
-    for (std::vector<Block>& batch : m_batches) {
-        batch.resize(batchBlocks);
-    }
+    m_blocks.resize(std::max(RingBlocksPerThread * std::size_t(m_threads),
+                             RingBytesPerThread * std::size_t(m_threads) / blockBytes));
     m_offsets.reserve(std::size_t(blocks));
     const std::vector<unsigned char> table(std::size_t(blocks) * 8);
     return writeBytes(m_header.data(), m_header.size()) && writeBytes(table.data(), table.size());
@@ -360,11 +364,18 @@ bool ExrZipStream::receiveLines(const unsigned char* bytes, std::size_t size) {
             }
             continue;
         }
-        Block& block = m_batches[m_filling][m_blocksFilled];
-        if (m_lineFilled == 0 && block.rawBytes == 0) {
+        if (!m_blockOpen) {
+            // A new block, in a place of the ring that must have been written out first.
+            if (m_blocksFilled - m_blocksWritten == m_blocks.size() && !writeBlocks(true)) {
+                return false;
+            }
+            Block& block = m_blocks[m_blocksFilled % m_blocks.size()];
             block.firstLine = m_nextLine;
+            block.rawBytes = 0;
             block.raw.resize(layout.lineBytes * std::size_t(m_linesPerBlock));
+            m_blockOpen = true;
         }
+        Block& block = m_blocks[m_blocksFilled % m_blocks.size()];
         const std::size_t take = std::min(size, layout.lineBytes - m_lineFilled);
         std::memcpy(block.raw.data() + block.rawBytes, bytes, take);
         block.rawBytes += take;
@@ -379,8 +390,13 @@ bool ExrZipStream::receiveLines(const unsigned char* bytes, std::size_t size) {
         ++m_nextLine;
         const bool last = m_nextLine == layout.firstLine + layout.lines;
         if (m_nextLine - block.firstLine == m_linesPerBlock || last) {
-            ++m_blocksFilled;
-            if ((m_blocksFilled == m_batches[m_filling].size() || last) && !passBatch()) {
+            m_blockOpen = false;
+            {
+                const std::scoped_lock lock(m_mutex);
+                ++m_blocksFilled;
+            }
+            m_blocksChanged.notify_all();
+            if (!writeBlocks(false)) {
                 return false;
             }
         }
@@ -388,37 +404,36 @@ bool ExrZipStream::receiveLines(const unsigned char* bytes, std::size_t size) {
     return true;
 }
 
-bool ExrZipStream::passBatch() {
-    if (!writeCompressed()) {
-        return false;
+void ExrZipStream::compressBlocks(std::stop_token stop, Worker& worker) {
+    std::unique_lock lock(m_mutex);
+    while (m_blocksChanged.wait(lock, stop, [&] { return m_blocksTaken < m_blocksFilled; })) {
+        Block& block = m_blocks[m_blocksTaken++ % m_blocks.size()];
+        lock.unlock();
+        worker.predicted.resize(block.rawBytes);
+        block.packed.resize(block.rawBytes);
+        splitAndPredict(block.raw.data(), block.rawBytes, worker.predicted.data());
+        // Only a smaller result is kept: readers take a block of full size as stored.
+        block.packedBytes =
+            libdeflate_zlib_compress(worker.compressor.get(), worker.predicted.data(),
+                                     block.rawBytes, block.packed.data(), block.rawBytes - 1);
+        lock.lock();
+        block.compressed = true;
+        m_blocksChanged.notify_all();
     }
-    m_filling ^= 1;
-    m_blocksCompressed = m_blocksFilled;
-    m_blocksFilled = 0;
-    std::vector<Block>& batch = m_batches[m_filling ^ 1];
-    const std::size_t count = m_blocksCompressed;
-    for (std::size_t first = 0; first < std::min(count, m_workers.size()); ++first) {
-        m_compressing.emplace_back([this, &batch, count, first] {
-            Worker& worker = m_workers[first];
-            for (std::size_t i = first; i < count; i += m_workers.size()) {
-                Block& block = batch[i];
-                worker.predicted.resize(block.rawBytes);
-                block.packed.resize(block.rawBytes);
-                splitAndPredict(block.raw.data(), block.rawBytes, worker.predicted.data());
-                // Only a smaller result is kept: readers take a block of full size as stored.
-                block.packedBytes = libdeflate_zlib_compress(
-                    worker.compressor.get(), worker.predicted.data(), block.rawBytes,
-                    block.packed.data(), block.rawBytes - 1);
-            }
-        });
-    }
-    return true;
 }
 
-bool ExrZipStream::writeCompressed() {
-    m_compressing.clear();  // joins the threads
-    for (std::size_t i = 0; i < m_blocksCompressed; ++i) {
-        Block& block = m_batches[m_filling ^ 1][i];
+bool ExrZipStream::writeBlocks(bool waitForOne) {
+    while (m_blocksWritten < m_blocksFilled) {
+        Block& block = m_blocks[m_blocksWritten % m_blocks.size()];
+        {
+            std::unique_lock lock(m_mutex);
+            if (!block.compressed && !waitForOne) {
+                return true;
+            }
+            m_blocksChanged.wait(lock, [&] { return block.compressed; });
+            block.compressed = false;
+        }
+        waitForOne = false;
         const bool packed = block.packedBytes > 0;
         const std::size_t bytes = packed ? block.packedBytes : block.rawBytes;
         unsigned char preamble[PreambleBytes];
@@ -429,9 +444,8 @@ bool ExrZipStream::writeCompressed() {
             !writeBytes(packed ? block.packed.data() : block.raw.data(), bytes)) {
             return false;
         }
-        block.rawBytes = 0;
+        ++m_blocksWritten;
     }
-    m_blocksCompressed = 0;
     return true;
 }
 
@@ -450,9 +464,13 @@ bool ExrZipStream::finish() {
     if (!m_layout || m_nextLine != m_layout->firstLine + m_layout->lines) {
         return fail("the EXR ended before its last line");
     }
-    const bool written = writeCompressed() &&
-                         std::fseek(m_file, long(m_layout->headerBytes), SEEK_SET) == 0 &&
-                         writeBytes(m_offsets.data(), m_offsets.size() * sizeof(std::uint64_t));
+    // Every block is filled: wait for each in turn.
+    bool written = true;
+    while (written && m_blocksWritten < m_blocksFilled) {
+        written = writeBlocks(true);
+    }
+    written = written && std::fseek(m_file, long(m_layout->headerBytes), SEEK_SET) == 0 &&
+              writeBytes(m_offsets.data(), m_offsets.size() * sizeof(std::uint64_t));
     const bool closed = std::fclose(m_file) == 0;
     m_file = nullptr;
     m_mode = Closed;

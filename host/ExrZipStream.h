@@ -4,9 +4,12 @@
 
 #include <OpenImageIO/filesystem.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <mutex>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -57,8 +60,8 @@ private:
     bool consume(const unsigned char* bytes, std::size_t size);
     bool startFile();
     bool receiveLines(const unsigned char* bytes, std::size_t size);
-    bool passBatch();
-    bool writeCompressed();
+    void compressBlocks(std::stop_token stop, Worker& worker);
+    bool writeBlocks(bool waitForOne);
     bool writeBytes(const void* data, std::size_t size);
     bool fail(const std::string& message);
 
@@ -77,15 +80,19 @@ private:
     int64_t m_streamEnd = 0;  // where the next chunk byte is expected in OpenImageIO's file
     int m_nextLine = 0;
 
-    // Two batches of blocks: one being filled while the other is compressed by `m_compressing`.
-    std::vector<Block> m_batches[2];
-    int m_filling = 0;
-    std::size_t m_blocksFilled = 0;
-    std::size_t m_blocksCompressed = 0;  // in the other batch
+    // A ring of blocks, filled here in order, compressed by the workers in any order and
+    // written here in order. The counts grow without end; block n is m_blocks[n % size].
+    std::vector<Block> m_blocks;
+    bool m_blockOpen = false;         // lines go to block m_blocksFilled
+    std::size_t m_blocksFilled = 0;   // handed to the workers
+    std::size_t m_blocksTaken = 0;    // started by a worker
+    std::size_t m_blocksWritten = 0;  // to the file
+    std::mutex m_mutex;               // guards the counts the workers use and Block::compressed
+    std::condition_variable_any m_blocksChanged;
     std::vector<Worker> m_workers;
-    std::vector<std::jthread> m_compressing;
-    std::vector<std::uint64_t> m_offsets;  // of each written block in the file
-    std::uint64_t m_written = 0;           // bytes written to the file
+    std::vector<std::uint64_t> m_offsets;       // of each written block in the file
+    std::uint64_t m_written = 0;                // bytes written to the file
+    std::vector<std::jthread> m_workerThreads;  // last: they stop before the rest goes
 };
 
 }  // namespace host
