@@ -6,11 +6,20 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <type_traits>
 
 #include "image/RowCopy.h"
+#include "image/SampleMemory.h"
 
 namespace host {
 namespace {
+
+/// Uncleared memory for n > 0 samples of type T.
+template <class T>
+T* newSamples(std::int64_t n) {
+    static_assert(std::is_trivial_v<T>, "samples live in raw memory, never constructed");
+    return static_cast<T*>(quorblen::allocateSamples(static_cast<std::size_t>(n) * sizeof(T)));
+}
 
 /// The sample count of a width x height x channels buffer: 0 when a dimension is negative,
 /// -1 when the count or the row stride (width x channels) does not fit in a signed 32-bit int.
@@ -41,7 +50,7 @@ ImageBuffer<T>::ImageBuffer(int w, int h, int c)
     }
     stride = w * c;  // fits: checked with the count
     if (n > 0) {
-        data = new T[static_cast<std::size_t>(n)];
+        data = newSamples<T>(n);
     }
 }
 
@@ -52,7 +61,7 @@ ImageBuffer<T>::ImageBuffer(const ImageBuffer& other) : ImageBuffer() {
 
 template <class T>
 ImageBuffer<T>::~ImageBuffer() {
-    delete[] data;
+    quorblen::releaseSamples(data);
 }
 
 template <class T>
@@ -60,14 +69,14 @@ void ImageBuffer<T>::resize(int w, int h, int c) {
     std::int64_t n = sampleCount(w, h, c);
     const std::int64_t current = sampleCount(width, height, channels);
     if (n != current || n < 0) {
-        delete[] data;
+        quorblen::releaseSamples(data);
         data = nullptr;
         if (n < 1) {
             w = h = c = 0;
         }
         if (n > 0) {
             try {
-                data = new T[static_cast<std::size_t>(n)];
+                data = newSamples<T>(n);
             } catch (const std::bad_alloc&) {
                 n = -1;
             }
