@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <limits>
 #include <new>
-#include <type_traits>
 
 #include "image/RowCopy.h"
 #include "image/SampleMemory.h"
@@ -14,11 +13,12 @@
 namespace host {
 namespace {
 
-/// Uncleared memory for n > 0 samples of type T.
+/// A new uncleared array of n > 0 samples, on huge pages where it spans them.
 template <class T>
 T* newSamples(std::int64_t n) {
-    static_assert(std::is_trivial_v<T>, "samples live in raw memory, never constructed");
-    return static_cast<T*>(quorblen::allocateSamples(static_cast<std::size_t>(n) * sizeof(T)));
+    T* samples = new T[static_cast<std::size_t>(n)];
+    quorblen::adviseHugePages(samples, static_cast<std::size_t>(n) * sizeof(T));
+    return samples;
 }
 
 /// The sample count of a width x height x channels buffer: 0 when a dimension is negative,
@@ -61,7 +61,7 @@ ImageBuffer<T>::ImageBuffer(const ImageBuffer& other) : ImageBuffer() {
 
 template <class T>
 ImageBuffer<T>::~ImageBuffer() {
-    quorblen::releaseSamples(data);
+    delete[] data;
 }
 
 template <class T>
@@ -69,7 +69,7 @@ void ImageBuffer<T>::resize(int w, int h, int c) {
     std::int64_t n = sampleCount(w, h, c);
     const std::int64_t current = sampleCount(width, height, channels);
     if (n != current || n < 0) {
-        quorblen::releaseSamples(data);
+        delete[] data;
         data = nullptr;
         if (n < 1) {
             w = h = c = 0;

@@ -12,8 +12,8 @@ namespace host {
 /// serves sample c as host channel c + 1 (red, green, blue, alpha, ...).
 ///
 /// Invariants: `data` holds exactly width * height * channels samples, and is null when
-/// that count is 0. Fresh arrays are not cleared; those of 2 MiB and more ask for transparent
-/// huge pages (allocateSamples). `float` is the only instantiation.
+/// that count is 0. Fresh arrays are not cleared; those spanning 2 MiB pages ask for
+/// transparent huge pages (adviseHugePages). `float` is the only instantiation.
 template <class T>
 class ImageBuffer : public NoIop {
 public:

@@ -1,10 +1,7 @@
 // Memory for sample arrays: the large ones on transparent huge pages.
 #include "image/SampleMemory.h"
 
-#include <cassert>
-#include <cstdlib>
-#include <limits>
-#include <new>
+#include <cstdint>
 
 #if defined(__linux__)
 #include <sys/mman.h>
@@ -12,30 +9,19 @@
 
 namespace quorblen {
 
-void* allocateSamples(std::size_t bytes) {
-    assert(bytes > 0);
-    void* samples = nullptr;
-    if (bytes < HugePageBytes) {
-        samples = std::malloc(bytes);
-    } else if (bytes <= std::numeric_limits<std::size_t>::max() - HugePageBytes) {
-        // Whole huge pages, so that no other allocation shares the last one.
-        const std::size_t whole = (bytes + HugePageBytes - 1) / HugePageBytes * HugePageBytes;
-        samples = std::aligned_alloc(HugePageBytes, whole);
+void adviseHugePages(void* memory, std::size_t bytes) noexcept {
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
-        // Only advice: where transparent huge pages are off, the refusal leaves small pages.
-        if (samples != nullptr) {
-            static_cast<void>(madvise(samples, whole, MADV_HUGEPAGE));
-        }
+    constexpr std::uintptr_t HugePageBytes = std::uintptr_t(2) << 20;
+    const auto begin = reinterpret_cast<std::uintptr_t>(memory);
+    const std::uintptr_t first = (begin + HugePageBytes - 1) & ~(HugePageBytes - 1);
+    const std::uintptr_t last = (begin + bytes) & ~(HugePageBytes - 1);
+    if (last > first) {
+        static_cast<void>(madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE));
+    }
+#else
+    static_cast<void>(memory);
+    static_cast<void>(bytes);
 #endif
-    }
-    if (samples == nullptr) {
-        throw std::bad_alloc();
-    }
-    return samples;
-}
-
-void releaseSamples(void* samples) noexcept {
-    std::free(samples);
 }
 
 }  // namespace quorblen

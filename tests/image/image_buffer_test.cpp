@@ -1,14 +1,11 @@
-// ImageBuffer: sizing, its memory, copy rules and the rows it serves as a host operator.
+// ImageBuffer: sizing, copy rules and the rows it serves as a host operator.
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstddef>
-#include <cstdint>
 #include <new>
 #include <tuple>
 #include <utility>
 
-#include "image/SampleMemory.h"
 #include "tests/support/TestImages.h"
 
 namespace quorblen {
@@ -92,16 +89,6 @@ TEST(ImageBuffer, CountsBeyondInt32AreAllocationFailures) {
                 expectEmpty(image);
             }
         }
-    }
-}
-
-TEST(ImageBuffer, LargeArraysStartOnAHugePage) {
-    // 1 MiB, 2 MiB and 2.5 MiB of samples: below, at and past a huge page.
-    for (const int rows : {64, 128, 160}) {
-        ImageBuffer image(1024, rows, 4);
-        const auto address = reinterpret_cast<std::uintptr_t>(image.data);
-        EXPECT_EQ(address % (rows < 128 ? alignof(std::max_align_t) : HugePageBytes), 0u) << rows;
-        image.data[rows * image.stride - 1] = 1.0f;  // the sanitizer builds catch a short array
     }
 }
 
