@@ -42,13 +42,16 @@ struct Read::OpenFile {
             top = spec.y + (y - spec.y) / stripRows * stripRows;
             bottom = std::min(top + stripRows, spec.y + spec.height);
             strip.resize(rowSamples * std::size_t(bottom - top));
+            // Float files are read as stored: asked to convert, OpenImageIO decodes every strip
+            // into a fresh buffer of up to 64 MB, whose pages then fault in again each time.
+            const bool stored = spec.format == OIIO::TypeDesc::FLOAT && spec.channelformats.empty();
+            const OIIO::TypeDesc type = stored ? OIIO::TypeDesc::UNKNOWN : OIIO::TypeDesc::FLOAT;
             const bool read =
                 spec.tile_width > 0
                     ? input->read_tiles(0, 0, spec.x, spec.x + spec.width, top, bottom, spec.z,
-                                        spec.z + 1, 0, spec.nchannels, OIIO::TypeDesc::FLOAT,
-                                        strip.data())
-                    : input->read_scanlines(0, 0, top, bottom, spec.z, 0, spec.nchannels,
-                                            OIIO::TypeDesc::FLOAT, strip.data());
+                                        spec.z + 1, 0, spec.nchannels, type, strip.data())
+                    : input->read_scanlines(0, 0, top, bottom, spec.z, 0, spec.nchannels, type,
+                                            strip.data());
             // Some readers (JPEG) fill in what a cut-short file lacks and only note the problem.
             if (!read || input->has_error()) {
                 failure = withMessage("cannot read the pixels of " + name, input->geterror());

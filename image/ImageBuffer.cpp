@@ -8,9 +8,18 @@
 #include <new>
 
 #include "image/RowCopy.h"
+#include "image/SampleMemory.h"
 
 namespace host {
 namespace {
+
+/// A new uncleared array of n > 0 samples, on huge pages where it spans them.
+template <class T>
+T* newSamples(std::int64_t n) {
+    T* samples = new T[static_cast<std::size_t>(n)];
+    quorblen::adviseHugePages(samples, static_cast<std::size_t>(n) * sizeof(T));
+    return samples;
+}
 
 /// The sample count of a width x height x channels buffer: 0 when a dimension is negative,
 /// -1 when the count or the row stride (width x channels) does not fit in a signed 32-bit int.
@@ -41,7 +50,7 @@ ImageBuffer<T>::ImageBuffer(int w, int h, int c)
     }
     stride = w * c;  // fits: checked with the count
     if (n > 0) {
-        data = new T[static_cast<std::size_t>(n)];
+        data = newSamples<T>(n);
     }
 }
 
@@ -67,7 +76,7 @@ void ImageBuffer<T>::resize(int w, int h, int c) {
         }
         if (n > 0) {
             try {
-                data = new T[static_cast<std::size_t>(n)];
+                data = newSamples<T>(n);
             } catch (const std::bad_alloc&) {
                 n = -1;
             }

@@ -12,7 +12,8 @@ namespace host {
 /// serves sample c as host channel c + 1 (red, green, blue, alpha, ...).
 ///
 /// Invariants: `data` holds exactly width * height * channels samples, and is null when
-/// that count is 0. Fresh arrays are not cleared. `float` is the only instantiation.
+/// that count is 0. Fresh arrays are not cleared; those spanning 2 MiB pages ask for
+/// transparent huge pages (adviseHugePages). `float` is the only instantiation.
 template <class T>
 class ImageBuffer : public NoIop {
 public:
