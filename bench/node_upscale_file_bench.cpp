@@ -35,10 +35,11 @@ std::string inputFile() {
 /// Argument: threads. Reads the file, enlarges it with the node's default knobs and writes
 /// the result as a zip EXR, through the host's reader and writer.
 void BM_UpscaleExrFile(benchmark::State& state) {
+    const std::string input = inputFile();
     const std::string output = benchFile("out.exr").string();
     for (auto _ : state) {
         host::Read read(nullptr);
-        read.file(inputFile());
+        read.file(input);
         Quorblen node(nullptr);
         node.set_input(0, &read);
         host::Write write(nullptr);
@@ -65,8 +66,9 @@ void BM_OpenImageIoResizeExrFile(benchmark::State& state) {
     const std::string output = benchFile("resized.exr").string();
     OIIO::attribute("threads", int(state.range(0)));
     OIIO::attribute("exr_threads", int(state.range(0)));
+    const std::string file = inputFile();
     for (auto _ : state) {
-        const OIIO::ImageBuf input(inputFile());
+        const OIIO::ImageBuf input(file);
         const OIIO::ImageBuf resized =
             OIIO::ImageBufAlgo::resize(input, "", 0.0f, OIIO::ROI(0, 7680, 0, 4320, 0, 1, 0, 3));
         if (!resized.write(output)) {
