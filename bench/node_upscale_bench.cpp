@@ -1,11 +1,11 @@
 // Benchmark of a whole 2x upscale through the Quorblen node with its default knobs.
 #include <benchmark/benchmark.h>
 
-#include <cmath>
 #include <cstdint>
 #include <ctime>
 #include <memory>
 
+#include "NoisyRamps.h"
 #include "host/Channel.h"
 #include "host/Row.h"
 #include "image/ImageBuffer.h"
@@ -13,26 +13,6 @@
 
 namespace quorblen {
 namespace {
-
-/// An RGB image of smooth colour ramps with a hashed noise of +-0.05 on every sample: the
-/// same pixels on every run.
-ImageBuffer noisyRamps(int width, int height) {
-    ImageBuffer image(width, height, 3);
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            for (int c = 0; c < 3; ++c) {
-                std::uint32_t h = (std::uint32_t(y) * 73856093u) ^ (std::uint32_t(x) * 19349663u) ^
-                                  (std::uint32_t(c) * 83492791u);
-                h = (h ^ (h >> 13)) * 0x5bd1e995u;
-                const float noise = float(h >> 8) / float(1u << 24) - 0.5f;
-                image.data[y * image.stride + x * 3 + c] =
-                    0.5f + 0.3f * std::sin(0.01f * x + 2.0f * c) * std::cos(0.013f * y) +
-                    0.1f * noise;
-            }
-        }
-    }
-    return image;
-}
 
 /// CPU seconds the calling thread has used.
 double threadSeconds() {
@@ -61,7 +41,7 @@ void computeWhole(Quorblen& node, int width, int height, host::Row& row) {
 void upscale(benchmark::State& state, bool fresh) {
     const int width = int(state.range(0));
     const int height = int(state.range(1));
-    ImageBuffer input = noisyRamps(width, height);
+    ImageBuffer input = bench::noisyRamps(width, height);
     const auto newNode = [&] {
         auto node = std::make_unique<Quorblen>(nullptr);
         node->set_input(0, &input);

@@ -12,8 +12,10 @@
 #include <cmath>
 #include <filesystem>
 #include <limits>
+#include <optional>
 #include <vector>
 
+#include "host/ExrZipStream.h"
 #include "host/OiioSupport.h"
 
 namespace host {
@@ -86,6 +88,26 @@ std::string formatWriting(const std::string& filename) {
         return {};
     }
     return output->format_name();
+}
+
+/// A zip compression of EXR files, which `ExrZipStream` does rather than OpenEXR.
+struct ExrZip {
+    int linesPerBlock;
+    int level;
+};
+
+/// The zip compression `compression` asks of a file of OpenImageIO's format `format`: "zip"
+/// (also the EXR default, when `compression` is empty) or "zips", with an optional level.
+/// Empty for other formats and compressions. `compression` is one `knows_compression` takes.
+std::optional<ExrZip> exrZipOf(const std::string& format, const std::string& compression) {
+    const std::size_t colon = compression.find(':');
+    const std::string name = compression.substr(0, colon);
+    if (format != "openexr" || (name != "zip" && name != "zips" && !name.empty())) {
+        return std::nullopt;
+    }
+    return ExrZip{name == "zips" ? 1 : 16, colon == std::string::npos
+                                               ? ExrZipStream::DefaultLevel
+                                               : std::stoi(compression.substr(colon + 1))};
 }
 
 /// Attributes that tell how the input file was encoded rather than what the image is: the
@@ -249,7 +271,10 @@ bool Write::execute() {
     if (format.pixel_aspect != 1.0 || spec.find_attribute("PixelAspectRatio") != nullptr) {
         spec.attribute("PixelAspectRatio", float(format.pixel_aspect));
     }
-    if (!m_compression.empty()) {
+    const std::optional<ExrZip> zip = exrZipOf(output->format_name(), m_compression);
+    if (zip) {
+        spec.attribute("compression", "none");  // for ExrZipStream to compress
+    } else if (!m_compression.empty()) {
         spec.attribute("compression", m_compression);
     } else if (m_file_type == "jpg" || m_file_type == "jpeg") {
         const int quality = std::clamp(int(std::lround(m_jpeg_quality * 100.0f)), 1, 100);
@@ -260,15 +285,32 @@ bool Write::execute() {
     // The image goes to a temporary file first, so the target is complete or untouched.
     const std::filesystem::path target(m_file);
     const std::filesystem::path temporary = temporaryPathFor(target);
+    std::unique_ptr<ExrZipStream> zipStream;
     const auto discard = [&] {
         output.reset();
+        zipStream.reset();
         std::error_code ec;
         std::filesystem::remove(temporary, ec);
         return false;
     };
     const std::string failure = "Write: cannot write " + m_file;
+    // The first line of what went wrong: the zip stream's own cause where it has one.
+    const auto failureMessage = [&] {
+        const std::string cause = zipStream ? zipStream->error() : std::string();
+        return cause.empty() ? withMessage(failure, output->geterror()) : failure + ": " + cause;
+    };
+    if (zip) {
+        zipStream = std::make_unique<ExrZipStream>(temporary.string(), zip->linesPerBlock,
+                                                   zip->level, m_options.threads);
+        if (!zipStream->opened()) {
+            error(failureMessage());
+            return discard();
+        }
+        OIIO::Filesystem::IOProxy* proxy = zipStream.get();
+        spec.attribute("oiio:ioproxy", OIIO::TypeDesc::PTR, &proxy);
+    }
     if (!output->open(temporary.string(), spec)) {
-        error(withMessage(failure, output->geterror()));
+        error(failureMessage());
         return discard();
     }
     // Rows arrive in order; each full strip (and the last, partial one) goes to the file.
@@ -285,15 +327,15 @@ bool Write::execute() {
         const int fileTop = spec.y - area.y;
         if (!output->write_scanlines(fileTop + stripTop, fileTop + y + 1, 0, OIIO::TypeDesc::FLOAT,
                                      strip.data())) {
-            error(withMessage(failure, output->geterror()));
+            error(failureMessage());
         }
         stripTop = y + 1;
     });
     if (!rendered) {
         return discard();
     }
-    if (!output->close()) {
-        error(withMessage(failure, output->geterror()));
+    if (!output->close() || (zipStream && !zipStream->finish())) {
+        error(failureMessage());
         return discard();
     }
     std::error_code ec;

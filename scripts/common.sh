@@ -3,7 +3,7 @@ set -euo pipefail
 
 QUORBLEN_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 QUORBLEN_PACKAGES=(g++ cmake make pkg-config libopenimageio-dev libboost-dev libgtest-dev
-                   libbenchmark-dev clang libclang-rt-dev pybind11-dev python3-dev python3-numpy
+                   libbenchmark-dev libdeflate-dev clang libclang-rt-dev pybind11-dev python3-dev python3-numpy
                    python3-pytest python3-openimageio
                    openimageio-tools fonts-dejavu-core)
 

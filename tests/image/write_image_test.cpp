@@ -64,7 +64,8 @@ TEST(WriteImage, JpegQualityReachesTheWriter) {
 TEST(WriteImage, FailureThrowsTheWritersMessageAndLeavesNoFile) {
     test::ScratchDir dir;
     // An unwritable folder and a name no image format is known for.
-    for (const std::string& name : {dir.file("no/such/folder/out.png"), dir.file("out.unknown")}) {
+    for (const std::string& name : {dir.file("no/such/folder/out.png"),
+                                    dir.file("no/such/folder/out.exr"), dir.file("out.unknown")}) {
         try {
             noisyImage(3).writeImage(name.c_str());
             ADD_FAILURE() << "no throw for " << name;
