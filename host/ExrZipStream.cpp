@@ -221,7 +221,9 @@ void splitAndPredict(const unsigned char* raw, std::size_t size, unsigned char* 
 }  // namespace
 
 ExrZipStream::ExrZipStream(const std::string& path, int linesPerBlock, int level, int threads)
-    : IOProxy(path, Write), m_linesPerBlock(linesPerBlock), m_threads(std::max(threads, 1)) {
+    : IOProxy(path, IOProxy::Write),
+      m_linesPerBlock(linesPerBlock),
+      m_threads(std::max(threads, 1)) {
     assert(linesPerBlock == 1 || linesPerBlock == 16);
     assert(level >= 1 && level <= 12);
     m_workers.resize(std::size_t(m_threads));

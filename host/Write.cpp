@@ -90,6 +90,29 @@ std::string formatWriting(const std::string& filename) {
     return output->format_name();
 }
 
+/// The level `compression` ("zip", "dwaa:45", ...) asks for, 0 when it names none, if the
+/// format `format` offers that compression at that level; empty otherwise.
+std::optional<int> knownLevel(const std::string& format, const std::string& compression) {
+    const std::size_t colon = compression.find(':');
+    const std::string name = compression.substr(0, colon);
+    for (const Compression& c : knownCompressions) {
+        if (format != c.format || name != c.name) {
+            continue;
+        }
+        if (colon == std::string::npos) {
+            return 0;
+        }
+        int level = 0;
+        const char* end = compression.data() + compression.size();
+        const auto [ptr, ec] = std::from_chars(compression.data() + colon + 1, end, level);
+        if (ec != std::errc() || ptr != end || level < 1 || level > c.maxLevel) {
+            return std::nullopt;
+        }
+        return level;
+    }
+    return std::nullopt;
+}
+
 /// A zip compression of EXR files, which `ExrZipStream` does rather than OpenEXR.
 struct ExrZip {
     int linesPerBlock;
@@ -98,16 +121,18 @@ struct ExrZip {
 
 /// The zip compression `compression` asks of a file of OpenImageIO's format `format`: "zip"
 /// (also the EXR default, when `compression` is empty) or "zips", with an optional level.
-/// Empty for other formats and compressions. `compression` is one `knows_compression` takes.
+/// Empty for other formats and compressions.
 std::optional<ExrZip> exrZipOf(const std::string& format, const std::string& compression) {
-    const std::size_t colon = compression.find(':');
-    const std::string name = compression.substr(0, colon);
+    const std::string name = compression.substr(0, compression.find(':'));
     if (format != "openexr" || (name != "zip" && name != "zips" && !name.empty())) {
         return std::nullopt;
     }
-    return ExrZip{name == "zips" ? 1 : 16, colon == std::string::npos
-                                               ? ExrZipStream::DefaultLevel
-                                               : std::stoi(compression.substr(colon + 1))};
+    // An unknown level is left to OpenImageIO to refuse.
+    const std::optional<int> level = compression.empty() ? 0 : knownLevel(format, compression);
+    if (!level) {
+        return std::nullopt;
+    }
+    return ExrZip{name == "zips" ? 1 : 16, *level > 0 ? *level : ExrZipStream::DefaultLevel};
 }
 
 /// Attributes that tell how the input file was encoded rather than what the image is: the
@@ -196,22 +221,7 @@ std::vector<std::string> Write::compressions(const std::string& filename) {
 }
 
 bool Write::knows_compression(const std::string& filename, const std::string& compression) {
-    const std::string format = formatWriting(filename);
-    const std::size_t colon = compression.find(':');
-    const std::string name = compression.substr(0, colon);
-    for (const Compression& c : knownCompressions) {
-        if (format != c.format || name != c.name) {
-            continue;
-        }
-        if (colon == std::string::npos) {
-            return true;
-        }
-        int level = 0;
-        const char* end = compression.data() + compression.size();
-        const auto [ptr, ec] = std::from_chars(compression.data() + colon + 1, end, level);
-        return ec == std::errc() && ptr == end && level >= 1 && level <= c.maxLevel;
-    }
-    return false;
+    return knownLevel(formatWriting(filename), compression).has_value();
 }
 
 bool Write::execute() {
