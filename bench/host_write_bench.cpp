@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <string>
 
+#include "BenchFiles.h"
 #include "NoisyRamps.h"
 #include "host/Write.h"
 
@@ -15,16 +16,14 @@ namespace {
 constexpr int Width = 3840;
 constexpr int Height = 2160;
 
-std::filesystem::path benchFile() {
-    return std::filesystem::temp_directory_path() / "quorblen-write-bench.exr";
-}
+const std::filesystem::path outputFile = bench::benchFile("write.exr");
 
 /// Arguments: whether to compress (zip, the EXR default, or none) and the writer's threads.
 /// Writes the image through the host's writer, which deflates zip blocks with libdeflate.
 void BM_HostWriteExr(benchmark::State& state) {
     ImageBuffer image = bench::noisyRamps(Width, Height);
     host::Write write(nullptr);
-    write.file(benchFile().c_str());
+    write.file(outputFile.c_str());
     write.set_file_type_from_filename();
     write.compression(state.range(0) != 0 ? "zip" : "none");
     write.render_options({int(state.range(1))});
@@ -34,8 +33,8 @@ void BM_HostWriteExr(benchmark::State& state) {
             state.SkipWithError("the write failed");
         }
     }
-    state.counters["MB"] = double(std::filesystem::file_size(benchFile())) / 1e6;
-    std::filesystem::remove(benchFile());
+    state.counters["MB"] = double(std::filesystem::file_size(outputFile)) / 1e6;
+    std::filesystem::remove(outputFile);
 }
 BENCHMARK(BM_HostWriteExr)
     ->ArgNames({"zip", "threads"})
@@ -54,14 +53,14 @@ void BM_OpenImageIoWriteExrZip(benchmark::State& state) {
     OIIO::ImageSpec spec(Width, Height, 3, OIIO::TypeDesc::FLOAT);
     spec.attribute("compression", "zip");
     for (auto _ : state) {
-        const auto output = OIIO::ImageOutput::create(benchFile().string());
-        if (!output || !output->open(benchFile().string(), spec) ||
+        const auto output = OIIO::ImageOutput::create(outputFile.string());
+        if (!output || !output->open(outputFile.string(), spec) ||
             !output->write_image(OIIO::TypeDesc::FLOAT, image.data) || !output->close()) {
             state.SkipWithError("the write failed");
         }
     }
-    state.counters["MB"] = double(std::filesystem::file_size(benchFile())) / 1e6;
-    std::filesystem::remove(benchFile());
+    state.counters["MB"] = double(std::filesystem::file_size(outputFile)) / 1e6;
+    std::filesystem::remove(outputFile);
 }
 BENCHMARK(BM_OpenImageIoWriteExrZip)
     ->ArgNames({"threads"})

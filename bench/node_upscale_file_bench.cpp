@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "BenchFiles.h"
 #include "NoisyRamps.h"
 #include "host/Read.h"
 #include "host/Write.h"
@@ -16,14 +17,10 @@
 namespace quorblen {
 namespace {
 
-std::filesystem::path benchFile(const std::string& name) {
-    return std::filesystem::temp_directory_path() / ("quorblen-bench-" + name);
-}
-
 /// A 3840 x 2160 RGB float EXR with the default (zip) compression, written once per process.
 std::string inputFile() {
     static const std::string path = [] {
-        const std::string file = benchFile("in.exr").string();
+        const std::string file = bench::benchFile("in.exr").string();
         const ImageBuffer image = bench::noisyRamps(3840, 2160);
         OIIO::ImageBuf(OIIO::ImageSpec(3840, 2160, 3, OIIO::TypeDesc::FLOAT), image.data)
             .write(file);
@@ -36,7 +33,7 @@ std::string inputFile() {
 /// the result as a zip EXR, through the host's reader and writer.
 void BM_UpscaleExrFile(benchmark::State& state) {
     const std::string input = inputFile();
-    const std::string output = benchFile("out.exr").string();
+    const std::string output = bench::benchFile("out.exr").string();
     for (auto _ : state) {
         host::Read read(nullptr);
         read.file(input);
@@ -63,7 +60,7 @@ BENCHMARK(BM_UpscaleExrFile)
 /// Argument: threads. What `oiiotool in.exr --resize 200% -o out.exr` does: read, resize with
 /// the default filter, write with the default (zip) compression.
 void BM_OpenImageIoResizeExrFile(benchmark::State& state) {
-    const std::string output = benchFile("resized.exr").string();
+    const std::string output = bench::benchFile("resized.exr").string();
     OIIO::attribute("threads", int(state.range(0)));
     OIIO::attribute("exr_threads", int(state.range(0)));
     const std::string file = inputFile();

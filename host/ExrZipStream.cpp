@@ -223,10 +223,9 @@ void splitAndPredict(const unsigned char* raw, std::size_t size, unsigned char* 
 ExrZipStream::ExrZipStream(const std::string& path, int linesPerBlock, int level, int threads)
     : IOProxy(path, IOProxy::Write),
       m_linesPerBlock(linesPerBlock),
-      m_threads(std::max(threads, 1)) {
+      m_workers(std::size_t(std::max(threads, 1))) {
     assert(linesPerBlock == 1 || linesPerBlock == 16);
     assert(level >= 1 && level <= 12);
-    m_workers.resize(std::size_t(m_threads));
     for (Worker& worker : m_workers) {
         worker.compressor.reset(libdeflate_alloc_compressor(level));
         if (!worker.compressor) {
@@ -342,8 +341,8 @@ bool ExrZipStream::startFile() {
         store(m_header.data() + *layout.chunkCountAt, std::int32_t(blocks));
     }
     const std::size_t blockBytes = layout.lineBytes * std::size_t(m_linesPerBlock);
-    m_blocks.resize(std::max(RingBlocksPerThread * std::size_t(m_threads),
-                             RingBytesPerThread * std::size_t(m_threads) / blockBytes));
+    m_blocks.resize(std::max(RingBlocksPerThread * m_workers.size(),
+                             RingBytesPerThread * m_workers.size() / blockBytes));
     m_offsets.reserve(std::size_t(blocks));
     const std::vector<unsigned char> table(std::size_t(blocks) * 8);
     return writeBytes(m_header.data(), m_header.size()) && writeBytes(table.data(), table.size());

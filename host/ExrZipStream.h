@@ -67,7 +67,6 @@ private:
 
     std::FILE* m_file = nullptr;
     int m_linesPerBlock;
-    int m_threads;
     bool m_failed = false;
 
     std::vector<unsigned char> m_header;          // as received, until it is whole
