@@ -15,6 +15,7 @@
 #include "inpaint/ElasticaTextureSynthesis.h"
 #include "inpaint/FirstGuess.h"
 #include "inpaint/MultiSourceSynthesis.h"
+#include "inpaint/PatchMatch.h"
 #include "inpaint/TextureElastica.h"
 #include "inpaint/TextureSynthesis.h"
 #include "inpaint/TextureTV.h"
@@ -42,6 +43,8 @@ constexpr RecipeInfo recipeTable[] = {
      "texture drawing on up to three images (--source2, --source3)"},
     {InpaintRecipe::Fallback, "fallback",
      "multi-source; without a near-exact patch match, the known colour of least energy"},
+    {InpaintRecipe::PatchMatch, "patchmatch",
+     "coarse-to-fine patch match over the hole's surroundings: removes whole objects"},
 };
 
 /// Known pixels kept around the hole for the diffusion steps: the elastica step reads the
@@ -83,6 +86,18 @@ constexpr RecipeParameter parameterTable[] = {
      "elastica-texture, weighted-elastica: weight of the patch distance (a mean squared "
      "colour difference) against the energy",
      &RecipeOptions::patchWeight, 0, HUGE_VAL, false},
+    {"levels",
+     "patchmatch: most pyramid levels, the full resolution included (0: halve until the hole "
+     "is at most a patch radius deep)",
+     &RecipeOptions::levels, 0, 16, false},
+    {"rounds", "patchmatch: rounds of search and vote per pyramid level", &RecipeOptions::rounds, 1,
+     100, false},
+    {"window",
+     "patchmatch: margin of known surroundings searched for matches around the hole's "
+     "bounding box, in multiples of its larger side",
+     &RecipeOptions::window, 0, 100, true},
+    {"threads", "patchmatch: threads to run on (0: one per core); the result is the same for any",
+     &RecipeOptions::threads, 0, 1024, false},
 };
 
 void checkOptions(const RecipeOptions& options) {
@@ -208,6 +223,15 @@ ImageBuffer diffuse(const ImageBuffer& start, int method, const RecipeOptions& o
             << "guess with time step " << timeStep << "\n";
         run.restart(start, timeStep);
     }
+}
+
+/// The margin of the patch-match window: `window` times the larger side of the hole's bounding
+/// box, and the patch radius so that the hole's outermost patches stay inside.
+int patchMatchMargin(const HoleFlags& hole, int width, int height, const RecipeOptions& options) {
+    const Region box = holeRegion(hole, width, height, 0);
+    const double side = std::max(box.x1 - box.x0, box.y1 - box.y0);
+    return int(std::min(std::ceil(options.window * side), double(std::max(width, height)))) +
+           options.patchRadius;
 }
 
 bool isDiffusion(InpaintRecipe recipe) {
@@ -419,6 +443,10 @@ RecipeOptions recipeDefaults(InpaintRecipe recipe) {
         recipe == InpaintRecipe::WeightedElastica || recipe == InpaintRecipe::Fallback) {
         o.passes = 1;
     }
+    o.levels = 0;
+    o.rounds = 4;
+    o.window = 1.0;
+    o.threads = 0;
     o.iterations = 500;
     o.epsilon = 0.01;
     o.timeStep = 0.01;
@@ -467,12 +495,20 @@ ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer
     // and total-variation stencils) and patchRadius inside its image: the region's margin
     // gives both, so the passes see every donor the whole image offers.
     const bool diffusion = isDiffusion(options.recipe);
-    const Region region = holeRegion(
-        hole, image.width, image.height,
-        diffusion ? DiffusionMargin : options.searchRadius + std::max(2, options.patchRadius));
+    const Region region =
+        holeRegion(hole, image.width, image.height,
+                   diffusion ? DiffusionMargin
+                   : options.recipe == InpaintRecipe::PatchMatch
+                       ? patchMatchMargin(hole, image.width, image.height, options)
+                       : options.searchRadius + std::max(2, options.patchRadius));
     const ImageBuffer start = workingImage(image, alphaPlane, hole, region);
     ImageBuffer work;
-    if (diffusion) {
+    if (options.recipe == InpaintRecipe::PatchMatch) {
+        knownRange(start);
+        work = fillByPatchMatch(
+            start, colourCount,
+            {options.levels, options.rounds, options.patchRadius, options.threads}, info.name, log);
+    } else if (diffusion) {
         work = diffuse(start, options.recipe == InpaintRecipe::Elastica ? Elastica : DigitalTV,
                        options, colourCount, info.name, log);
     } else {

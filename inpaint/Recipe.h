@@ -10,8 +10,9 @@
 
 namespace quorblen {
 
-/// A way of filling a hole: by diffusion (TV, Elastica) or by passes that copy colours of
-/// known pixels (the others).
+/// A way of filling a hole: by diffusion (TV, Elastica), by passes that copy colours of known
+/// pixels (Texture to Fallback: thin holes), or by coarse-to-fine patch match (object-sized
+/// holes).
 enum class InpaintRecipe {
     TV,
     Elastica,
@@ -21,7 +22,8 @@ enum class InpaintRecipe {
     TextureElastica,
     WeightedElastica,
     MultiSource,
-    Fallback
+    Fallback,
+    PatchMatch
 };
 
 /// A recipe's name (as the command line spells it) and what it does, in one line.
@@ -72,6 +74,16 @@ struct RecipeOptions {
     /// The mask holds for every source: its pixels in the hole donate nothing.
     const ImageBuffer* source2;
     const ImageBuffer* source3;
+    /// Patch match: the most pyramid levels, the full resolution included; 0 halves until the
+    /// hole is at most `patchRadius` pixels deep (0 to MaxLevels).
+    int levels;
+    /// Patch match: rounds of search and vote per level (at least 1).
+    int rounds;
+    /// Patch match: the known surroundings searched for matches, as the margin around the
+    /// hole's bounding box in multiples of its larger side (above 0).
+    double window;
+    /// Threads to run on (0: one per core); every count gives the same result.
+    int threads;
 };
 
 /// The defaults of `recipe`.
