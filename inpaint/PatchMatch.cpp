@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <ostream>
 #include <vector>
+#include <cstdlib>
 
 #include "inpaint/PatchSearch.h"
 #include "inpaint/Tasks.h"
@@ -32,6 +33,52 @@ constexpr double CostScaleQuantile = 0.75;
 /// Votes never weigh less than exp(-this) of a perfect match, so that every pixel gets some.
 constexpr double LargestCostRatio = 50.0;
 
+/// Channels after the colours that describe the texture around a pixel: its mean absolute
+/// difference to the next pixel across and down, over a small square. They make a smooth patch
+/// a poor match for a textured one, which colour alone does not when the hole's first guess is
+/// smooth.
+constexpr int TextureChannels = 2;
+constexpr int TextureRadius = 2;
+
+/// Sets the texture channels of `level` from its first `colours` channels (their mean).
+void addTexture(PatchLevel& level, int colours) {
+    static const float scale = getenv("PM_F") ? atof(getenv("PM_F")) : 1.0f;
+    const int w = level.width;
+    const int h = level.height;
+    std::vector<float> grey(std::size_t(w) * h);
+    for (std::size_t i = 0; i < grey.size(); ++i) {
+        float sum = 0.0f;
+        for (int c = 0; c < colours; ++c) {
+            sum += level.colour[i * level.channels + c];
+        }
+        grey[i] = sum / float(colours);
+    }
+    for (int axis = 0; axis < TextureChannels; ++axis) {
+        std::vector<float> step(grey.size());
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                const int nx = axis == 0 ? std::min(x + 1, w - 1) : x;
+                const int ny = axis == 1 ? std::min(y + 1, h - 1) : y;
+                step[level.index(x, y)] =
+                    std::fabs(grey[level.index(nx, ny)] - grey[level.index(x, y)]);
+            }
+        }
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                float sum = 0.0f;
+                int count = 0;
+                for (int ny = std::max(y - TextureRadius, 0); ny <= std::min(y + TextureRadius, h - 1); ++ny) {
+                    for (int nx = std::max(x - TextureRadius, 0); nx <= std::min(x + TextureRadius, w - 1); ++nx) {
+                        sum += step[level.index(nx, ny)];
+                        ++count;
+                    }
+                }
+                level.at(x, y)[colours + axis] = scale * sum / float(count);
+            }
+        }
+    }
+}
+
 /// Level 0 of the pyramid: the part of `work` inside the image (its padding dropped).
 PatchLevel fullLevel(const ImageBuffer& work, int channels, int radius, Region& inside) {
     inside = {work.width, work.height, 0, 0};
@@ -44,8 +91,8 @@ PatchLevel fullLevel(const ImageBuffer& work, int channels, int radius, Region& 
             }
         }
     }
-    PatchLevel level =
-        detail::makePatchLevel(inside.x1 - inside.x0, inside.y1 - inside.y0, channels, radius);
+    PatchLevel level = detail::makePatchLevel(inside.x1 - inside.x0, inside.y1 - inside.y0,
+                                              channels + TextureChannels, radius);
     for (int y = 0; y < level.height; ++y) {
         for (int x = 0; x < level.width; ++x) {
             const float* p = work.data + std::ptrdiff_t(y + inside.y0) * work.stride +
@@ -54,6 +101,7 @@ PatchLevel fullLevel(const ImageBuffer& work, int channels, int radius, Region& 
             level.hole[level.index(x, y)] = p[WorkAlpha] != 0.0f;
         }
     }
+    addTexture(level, channels);
     detail::classifyPatches(level);
     return level;
 }
@@ -148,13 +196,14 @@ std::vector<double> matchWeights(const PatchLevel& level, const MatchField& fiel
 
 /// Gives every hole pixel of `level` the weighted mean of the colours its overlapping matches
 /// hold for it. Reads known pixels only, so the rows are independent.
-void vote(PatchLevel& level, const MatchField& field, int threads) {
+void vote(PatchLevel& level, const MatchField& field, int threads, bool best) {
     const std::vector<double> weights = matchWeights(level, field);
     const int r = level.radius;
     // Distances to the known pixels differ by at most 2r within a patch.
     std::vector<double> trust(4 * r + 1);
     for (int d = -2 * r; d <= 2 * r; ++d) {
-        trust[d + 2 * r] = std::pow(EdgeTrust, d);
+        static const double et = getenv("PM_TRUST") ? atof(getenv("PM_TRUST")) : EdgeTrust;
+        trust[d + 2 * r] = std::pow(et, d);
     }
     detail::runTasks(level.height, threads, [&](int y) {
         for (int x = 0; x < level.width; ++x) {
@@ -162,8 +211,10 @@ void vote(PatchLevel& level, const MatchField& field, int threads) {
             if (!level.hole[i]) {
                 continue;
             }
-            double sum[3] = {0.0, 0.0, 0.0};
+            double sum[3 + TextureChannels] = {};
             double weightSum = 0.0;
+            double top = -1.0;
+            const float* topFrom = nullptr;
             for (int oy = std::max(-r, -y); oy <= std::min(r, level.height - 1 - y); ++oy) {
                 for (int ox = std::max(-r, -x); ox <= std::min(r, level.width - 1 - x); ++ox) {
                     const std::size_t q = level.index(x + ox, y + oy);
@@ -174,7 +225,15 @@ void vote(PatchLevel& level, const MatchField& field, int threads) {
                         sum[c] += w * double(from[c]);
                     }
                     weightSum += w;
+                    if (w > top) {
+                        top = w;
+                        topFrom = from;
+                    }
                 }
+            }
+            if (best) {
+                std::copy_n(topFrom, level.channels, level.at(x, y));
+                continue;
             }
             for (int c = 0; c < level.channels; ++c) {
                 level.at(x, y)[c] = float(sum[c] / weightSum);  // summed in double, stored as float
@@ -196,7 +255,8 @@ std::size_t holePixels(const PatchLevel& level) {
 std::vector<PatchLevel> pyramid(PatchLevel full, const PatchMatchSettings& settings) {
     std::vector<PatchLevel> levels;
     levels.push_back(std::move(full));
-    while (settings.levels == 0 ? depthOf(levels.back()) > settings.patchRadius
+    static const double df = getenv("PM_DF") ? atof(getenv("PM_DF")) : 1.0;
+    while (settings.levels == 0 ? depthOf(levels.back()) > df * settings.patchRadius
                                 : int(levels.size()) < settings.levels) {
         PatchLevel next = halved(levels.back());
         if (next.donors.size() < std::max<std::size_t>(1, holePixels(next))) {
@@ -253,7 +313,8 @@ ImageBuffer fillByPatchMatch(const ImageBuffer& work, int colourChannels,
         field = detail::initialField(level, coarser, field, seedOf(k, -1));
         for (int round = 0; round < settings.rounds; ++round) {
             detail::improveField(level, field, SweepsPerRound, seedOf(k, round), settings.threads);
-            vote(level, field, settings.threads);
+            static const int mode = getenv("PM_BEST") ? atoi(getenv("PM_BEST")) : 0;
+            vote(level, field, settings.threads, mode == 1 || (mode == 2 && k == 0) || (mode == 3 && k == 0 && round == settings.rounds - 1));
         }
         log << name << ": level " << levels.size() - k << " of " << levels.size() << ", "
             << level.width << " x " << level.height << ", " << holePixels(level)
