@@ -67,14 +67,15 @@ def blob_mask(shape, centre, seed):
     return radius < high * outline
 
 
-def run_quorblen(program, method):
+def run_quorblen(program, method, options=()):
     def fill(image, mask, work):
         cv2.imwrite(os.path.join(work, "in.png"), image)
         cv2.imwrite(os.path.join(work, "mask.png"), mask.astype(np.uint8) * 255)
         out = os.path.join(work, "out.png")
         start = time.perf_counter()
         subprocess.run([program, "inpaint", os.path.join(work, "in.png"), out, "--mask",
-                        os.path.join(work, "mask.png"), "--method", method, "-q"], check=True)
+                        os.path.join(work, "mask.png"), "--method", method, "-q", *options],
+                       check=True)
         return cv2.imread(out, cv2.IMREAD_UNCHANGED), time.perf_counter() - start
     return fill
 
@@ -108,8 +109,8 @@ def run_xphoto(algorithm):
 QUORBLEN_METHODS = ("patchmatch", "texture", "multi-source")
 
 
-def methods(program):
-    return [(name, run_quorblen(program, name)) for name in QUORBLEN_METHODS] + [
+def methods(program, options):
+    return [(name, run_quorblen(program, name, options)) for name in QUORBLEN_METHODS] + [
         ("OpenCV shift-map", run_xphoto(cv2.xphoto.INPAINT_SHIFTMAP)),
         ("G'MIC inpaint (patch)", run_gmic("inpaint[0] [1],5,15,0.5,1,9,0")),
         ("G'MIC inpaint_matchpatch", run_gmic("inpaint_matchpatch[0] [1]")),
@@ -170,9 +171,11 @@ def main():
     parser.add_argument("--data", default=os.path.join(HERE, "..", "data"))
     parser.add_argument("--montage", help="write a JPEG of some results here")
     parser.add_argument("--only", help="run only the methods whose names contain this")
+    parser.add_argument("--options", default="",
+                        help="more options for the quorblen methods, e.g. '--patch-radius 4'")
     args = parser.parse_args()
 
-    table = methods(os.path.abspath(args.quorblen))
+    table = methods(os.path.abspath(args.quorblen), args.options.split())
     if args.only:
         table = [m for m in table if args.only in m[0]]
     scores = {name: [] for name, _ in table}

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <ostream>
 #include <vector>
-#include <cstdlib>
 
 #include "inpaint/PatchSearch.h"
 #include "inpaint/Tasks.h"
@@ -22,13 +21,21 @@ using detail::PatchLevel;
 /// Sweeps of the search per round: one forward, one backward.
 constexpr int SweepsPerRound = 2;
 
+/// The automatic pyramid stops once the hole is at most this many patch radii deep: deeper
+/// pyramids average fine texture away on their coarse levels and lose it for good.
+constexpr int CoarsestDepth = 4;
+
+/// On this many of the finest levels each hole pixel takes its best vote instead of the mean
+/// of its votes: the mean of matches that disagree blurs texture.
+constexpr std::size_t SharpLevels = 2;
+
 /// How much more a match's vote counts per pixel it lies closer to the known pixels than the
 /// pixel voted for: matches near the hole's edge, which see most known colour, lead.
-constexpr double EdgeTrust = 1.3;
+constexpr double EdgeTrust = 1.6;
 
 /// The share of matches whose cost sets the scale of the vote weights: a match at that cost
 /// counts exp(-1/2) of a perfect one.
-constexpr double CostScaleQuantile = 0.75;
+constexpr double CostScaleQuantile = 0.05;
 
 /// Votes never weigh less than exp(-this) of a perfect match, so that every pixel gets some.
 constexpr double LargestCostRatio = 50.0;
@@ -39,10 +46,12 @@ constexpr double LargestCostRatio = 50.0;
 /// smooth.
 constexpr int TextureChannels = 2;
 constexpr int TextureRadius = 2;
+/// The texture channels' factor: on the sample photos twice the mean absolute difference
+/// keeps the fill's texture as strong as its surroundings'; more starts to cost colour.
+constexpr float TextureWeight = 2.0f;
 
 /// Sets the texture channels of `level` from its first `colours` channels (their mean).
 void addTexture(PatchLevel& level, int colours) {
-    static const float scale = getenv("PM_F") ? atof(getenv("PM_F")) : 1.0f;
     const int w = level.width;
     const int h = level.height;
     std::vector<float> grey(std::size_t(w) * h);
@@ -67,13 +76,15 @@ void addTexture(PatchLevel& level, int colours) {
             for (int x = 0; x < w; ++x) {
                 float sum = 0.0f;
                 int count = 0;
-                for (int ny = std::max(y - TextureRadius, 0); ny <= std::min(y + TextureRadius, h - 1); ++ny) {
-                    for (int nx = std::max(x - TextureRadius, 0); nx <= std::min(x + TextureRadius, w - 1); ++nx) {
+                for (int ny = std::max(y - TextureRadius, 0);
+                     ny <= std::min(y + TextureRadius, h - 1); ++ny) {
+                    for (int nx = std::max(x - TextureRadius, 0);
+                         nx <= std::min(x + TextureRadius, w - 1); ++nx) {
                         sum += step[level.index(nx, ny)];
                         ++count;
                     }
                 }
-                level.at(x, y)[colours + axis] = scale * sum / float(count);
+                level.at(x, y)[colours + axis] = TextureWeight * sum / float(count);
             }
         }
     }
@@ -194,16 +205,16 @@ std::vector<double> matchWeights(const PatchLevel& level, const MatchField& fiel
     return weights;
 }
 
-/// Gives every hole pixel of `level` the weighted mean of the colours its overlapping matches
-/// hold for it. Reads known pixels only, so the rows are independent.
-void vote(PatchLevel& level, const MatchField& field, int threads, bool best) {
+/// Gives every hole pixel of `level` the colours its overlapping matches hold for it: their
+/// weighted mean, or with `sharp` those of the match of largest weight (the first in row order
+/// on a tie). Reads known pixels only, so the rows are independent.
+void vote(PatchLevel& level, const MatchField& field, int threads, bool sharp) {
     const std::vector<double> weights = matchWeights(level, field);
     const int r = level.radius;
     // Distances to the known pixels differ by at most 2r within a patch.
     std::vector<double> trust(4 * r + 1);
     for (int d = -2 * r; d <= 2 * r; ++d) {
-        static const double et = getenv("PM_TRUST") ? atof(getenv("PM_TRUST")) : EdgeTrust;
-        trust[d + 2 * r] = std::pow(et, d);
+        trust[d + 2 * r] = std::pow(EdgeTrust, d);
     }
     detail::runTasks(level.height, threads, [&](int y) {
         for (int x = 0; x < level.width; ++x) {
@@ -231,12 +242,9 @@ void vote(PatchLevel& level, const MatchField& field, int threads, bool best) {
                     }
                 }
             }
-            if (best) {
-                std::copy_n(topFrom, level.channels, level.at(x, y));
-                continue;
-            }
             for (int c = 0; c < level.channels; ++c) {
-                level.at(x, y)[c] = float(sum[c] / weightSum);  // summed in double, stored as float
+                // Summed in double, stored as float.
+                level.at(x, y)[c] = sharp ? topFrom[c] : float(sum[c] / weightSum);
             }
         }
     });
@@ -255,8 +263,7 @@ std::size_t holePixels(const PatchLevel& level) {
 std::vector<PatchLevel> pyramid(PatchLevel full, const PatchMatchSettings& settings) {
     std::vector<PatchLevel> levels;
     levels.push_back(std::move(full));
-    static const double df = getenv("PM_DF") ? atof(getenv("PM_DF")) : 1.0;
-    while (settings.levels == 0 ? depthOf(levels.back()) > df * settings.patchRadius
+    while (settings.levels == 0 ? depthOf(levels.back()) > CoarsestDepth * settings.patchRadius
                                 : int(levels.size()) < settings.levels) {
         PatchLevel next = halved(levels.back());
         if (next.donors.size() < std::max<std::size_t>(1, holePixels(next))) {
@@ -313,8 +320,7 @@ ImageBuffer fillByPatchMatch(const ImageBuffer& work, int colourChannels,
         field = detail::initialField(level, coarser, field, seedOf(k, -1));
         for (int round = 0; round < settings.rounds; ++round) {
             detail::improveField(level, field, SweepsPerRound, seedOf(k, round), settings.threads);
-            static const int mode = getenv("PM_BEST") ? atoi(getenv("PM_BEST")) : 0;
-            vote(level, field, settings.threads, mode == 1 || (mode == 2 && k == 0) || (mode == 3 && k == 0 && round == settings.rounds - 1));
+            vote(level, field, settings.threads, k < SharpLevels);
         }
         log << name << ": level " << levels.size() - k << " of " << levels.size() << ", "
             << level.width << " x " << level.height << ", " << holePixels(level)

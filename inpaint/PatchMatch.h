@@ -10,13 +10,13 @@ namespace quorblen {
 /// How fillByPatchMatch runs.
 struct PatchMatchSettings {
     /// The most pyramid levels, the full resolution included; 0: halve until the hole is at
-    /// most `patchRadius` pixels deep. A coarser level is made only while it keeps at least as
+    /// most four patch radii deep. A coarser level is made only while it keeps at least as
     /// many donor patches as hole pixels.
     int levels = 0;
     /// Rounds of search and vote per level.
     int rounds = 4;
     /// Half-width of the compared patches, in pixels.
-    int patchRadius = 3;
+    int patchRadius = 4;
     /// Threads to run on (0: one per core); the result is the same for every count.
     int threads = 0;
 };
@@ -25,8 +25,10 @@ struct PatchMatchSettings {
 /// patch match over an image pyramid, coarsest level first. On each level every patch that
 /// overlaps the hole is matched with its most similar patch lying wholly in the known pixels,
 /// by randomized search with propagation over the whole level (the matches of the coarser level
-/// as the start); each hole pixel then takes the mean of the colours the overlapping matches
-/// give it, weighted by how well each matches and how close to the known pixels it lies.
+/// as the start); patches are compared by colour and by the strength of their texture. Each
+/// hole pixel then takes the mean of the colours the overlapping matches give it, weighted by
+/// how well each matches and how close to the known pixels it lies; on the two finest levels
+/// it takes the colour of the match of largest weight instead, which keeps texture sharp.
 /// The coarsest level starts from the working image's colours (the first guess), each finer
 /// one from the coarser result enlarged. Known pixels and padding (known, not donors) never
 /// change; padding takes no part. Returns `work` with the hole's colours replaced; the first

@@ -88,7 +88,7 @@ constexpr RecipeParameter parameterTable[] = {
      &RecipeOptions::patchWeight, 0, HUGE_VAL, false},
     {"levels",
      "patchmatch: most pyramid levels, the full resolution included (0: halve until the hole "
-     "is at most a patch radius deep)",
+     "is at most four patch radii deep)",
      &RecipeOptions::levels, 0, 16, false},
     {"rounds", "patchmatch: rounds of search and vote per pyramid level", &RecipeOptions::rounds, 1,
      100, false},
@@ -442,6 +442,10 @@ RecipeOptions recipeDefaults(InpaintRecipe recipe) {
     if (recipe == InpaintRecipe::ElasticaTexture || recipe == InpaintRecipe::TextureElastica ||
         recipe == InpaintRecipe::WeightedElastica || recipe == InpaintRecipe::Fallback) {
         o.passes = 1;
+    }
+    // Patch match compares larger patches: they hold more of an object's shape.
+    if (recipe == InpaintRecipe::PatchMatch) {
+        o.patchRadius = 4;
     }
     o.levels = 0;
     o.rounds = 4;

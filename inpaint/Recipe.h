@@ -75,7 +75,7 @@ struct RecipeOptions {
     const ImageBuffer* source2;
     const ImageBuffer* source3;
     /// Patch match: the most pyramid levels, the full resolution included; 0 halves until the
-    /// hole is at most `patchRadius` pixels deep (0 to MaxLevels).
+    /// hole is at most four patch radii deep.
     int levels;
     /// Patch match: rounds of search and vote per level (at least 1).
     int rounds;
