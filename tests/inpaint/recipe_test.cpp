@@ -138,6 +138,19 @@ TEST(InpaintRecipe, FillsAOnePixelWideImage) {
     }
 }
 
+TEST(InpaintRecipe, SendsThePassLinesToTheStreamItIsGiven) {
+    RecipeOptions options = recipeDefaults(InpaintRecipe::TextureElastica);
+    options.searchRadius = 6;
+    std::ostringstream log;
+    std::ostringstream lines;
+    testing::internal::CaptureStdout();
+    fillHole(photoCrop(3), -1, holeMask(), options, log, &lines);
+    passLog() << "after\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "after\n");
+    EXPECT_EQ(lines.str().rfind("ratio : 1\ninpaintTextureElastica: Changed ", 0), 0u)
+        << lines.str();
+}
+
 TEST(InpaintRecipe, ElasticaBacksOffWhenItDiverges) {
     RecipeOptions options = recipeDefaults(InpaintRecipe::Elastica);
     options.timeStep = 1.0;
