@@ -58,6 +58,8 @@ constexpr RecipeParameter parameterTable[] = {
      "elastica-texture, weighted-elastica: weight of the patch distance (a mean squared "
      "colour difference) against the energy",
      &RecipeOptions::patchWeight, 0, HUGE_VAL, false},
+    {"threads", "threads to run on, 0 for one per core; the result does not depend on it",
+     &RecipeOptions::threads, 0, 1024, false},
 };
 
 }  // namespace

@@ -66,6 +66,8 @@ struct RecipeOptions {
     double curvatureWeight;
     /// Recipes that add a patch distance to the energy: its weight (at least 0).
     double patchWeight;
+    /// Threads a recipe may run on (0: one per core). The result does not depend on it.
+    int threads;
     /// Three-source recipes: the second and third source of donor colours, with the width,
     /// height and channels of the image (alpha at the same plane, not read); null: the image.
     /// The mask holds for every source: its pixels in the hole donate nothing.
