@@ -13,7 +13,9 @@ install(TARGETS quorblen RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 foreach(dir host image tv node inpaint)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorblen/${dir}
             FILES_MATCHING PATTERN "*.h" PATTERN "KernelSupport.h" EXCLUDE
-            PATTERN "FillSupport.h" EXCLUDE PATTERN "FillOrder.h" EXCLUDE
+            PATTERN "FillPixels.h" EXCLUDE PATTERN "CandidateSearch.h" EXCLUDE
+            PATTERN "PassState.h" EXCLUDE PATTERN "FillOrder.h" EXCLUDE
+            PATTERN "RecipeRunner.h" EXCLUDE
             PATTERN "RowKernels*.h" EXCLUDE PATTERN "TvSweep.h" EXCLUDE
             PATTERN "OiioSupport.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)
 endforeach()

@@ -1,22 +1,11 @@
-// Per-channel diffusion kernels of the inpainting library.
+// Per-channel diffusion kernels of the inpainting library: the digital TV filter and
+// denoising sweeps, anisotropic diffusion and the local variation measures.
 #pragma once
 
 #include "image/ImageBuffer.h"
 #include "inpaint/PixelList.h"
 
 namespace quorblen {
-
-/// Looks for the pixel nearest to (x, y) whose sample c approxEquals `value`. Four scans
-/// leave (x, y) left, right, up and down, each stopping at its first match, after `radius`
-/// examined pixels or at the image edge; once anything matched, each later scan is limited to
-/// the distance of the nearest match so far. The box of the four scan ends is then searched
-/// row by row for the match at the smallest squared distance, ties kept in row-major order.
-/// `radius` <= 0 means width + height. (x, y) may lie outside the image (nothing is found
-/// along a row or column that misses it); 0 <= c < channels.
-/// Returns 1 when any pixel matched, else 0. outX and outY are written only for a match at
-/// a squared distance below width + height, and are left as they were otherwise.
-int nearestPixelWithValue(const ImageBuffer& image, int c, int x, int y, int& outX, int& outY,
-                          int radius, float value);
 
 /// One Jacobi sweep of the digital TV filter on channel c: each pixel of pix_list becomes the
 /// mean of its four neighbours weighted by 1 / sqrt(g_k^2 + epsilon^2) (g_k the edge gradient
@@ -29,35 +18,6 @@ int nearestPixelWithValue(const ImageBuffer& image, int c, int x, int y, int& ou
 /// list.
 double tvInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next, int c,
                      int alphaChannel, const PixelList& pix_list, double lambda, double epsilon);
-
-/// One explicit step of Euler's-elastica inpainting with phi(kappa) = 1 + 30 kappa^2 on
-/// channel c. Gradient magnitude G, curvature K and their product are first computed at the
-/// band_list pixels (zero elsewhere); each pix_list pixel then moves by timeStep times the
-/// divergence of the elastica flux, scaled by G + epsilon. Reads `current`, writes channel c
-/// of `next` at pix_list pixels only; `mask`, `alphaChannel` and `lambda` are not read.
-/// epsilon must be > 0.
-/// Preconditions: `current` and `next` share width, height and channel count; every pixel of
-/// both lists is interior (1 <= x <= width-2, 1 <= y <= height-2). That margin suffices: the
-/// transverse points of a listed pixel's neighbours are its own diagonal neighbours, so
-/// nothing beyond its 3x3 block is read.
-/// Returns the largest |old - new| (before rounding to float); 0.0 for an empty pix_list.
-double elasticaInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
-                           int c, int alphaChannel, const PixelList& pix_list,
-                           const BandList& band_list, double lambda, double epsilon,
-                           double timeStep);
-
-/// One explicit step of the TV flow u_t = div(grad u / |grad u|) on channel c: the unit
-/// normal field (forward differences, regularised by epsilon unsquared) is computed at the
-/// band_list pixels (zero elsewhere), and each pix_list pixel moves by timeStep times its
-/// backward-difference divergence. Reads `current`, writes channel c of `next` at pix_list
-/// pixels only; `mask`, `alphaChannel` and `lambda` are not read. epsilon must be > 0.
-/// Preconditions: `current` and `next` share width, height and channel count; band_list
-/// pixels have 0 <= x <= width-2, 0 <= y <= height-2 and pix_list pixels 1 <= x <= width-1,
-/// 1 <= y <= height-1 (interior pixels satisfy both).
-/// Returns the largest |old - new| (before rounding to float); 0.0 for an empty pix_list.
-double tvFlowInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
-                         int c, int alphaChannel, const PixelList& pix_list,
-                         const BandList& band_list, double lambda, double epsilon, double timeStep);
 
 /// One Jacobi sweep of the digital TV denoising filter on channel c over the whole image.
 /// Sample 0 of every pixel of `gradient` receives localGradientMagnitude of `current`; then

@@ -14,6 +14,7 @@
 #include "inpaint/DiffusionKernels.h"
 #include "inpaint/KernelSupport.h"
 #include "inpaint/Measures.h"
+#include "inpaint/NearestPixel.h"
 #include "tv/Offsets.h"
 #include "tv/TvUpscale.h"
 

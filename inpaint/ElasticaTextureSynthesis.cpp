@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cassert>
 
-#include "inpaint/FillSupport.h"
+#include "inpaint/PassState.h"
 
 namespace quorblen {
 
@@ -16,7 +16,7 @@ double inpaintElasticaTextureSynthesis(const ImageBuffer& src, ImageBuffer& img,
     assert(src.width == img.width && src.height == img.height);
     assert(src.channels > AlphaChannel && img.channels > AlphaChannel);
     assert(maskChannel >= 0 && maskChannel < src.channels);
-    ListConsumer pass(img, pix_list);
+    PassState pass(img, pix_list);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.next(forward)) {
             break;
@@ -32,15 +32,15 @@ double inpaintElasticaTextureSynthesis(const ImageBuffer& src, ImageBuffer& img,
                 return elasticaPatchScore(probe, src, img, img, cx, cy, patchRadius, patchWeight);
             });
         copyColour(src, choice.x, choice.y, img, pass.x, pass.y);
-        pass.order.setAlpha(img, pass.x, pass.y, 0.5f);
-        pass.record(src, choice);
+        pass.setAlpha(img, 0.5f);
+        pass.record(src, src, choice);
     }
     // The region counts as unknown again for the next pass, which starts from these colours.
     for (const PixelEntry& entry : pix_list) {
         setAlpha(img, entry.x, entry.y, 1.0f);
     }
-    reportChanges("inpaintElasticaTextureSynthesis", pass.changed, pix_list.size());
-    return pass.maxChange;
+    pass.tally.report("inpaintElasticaTextureSynthesis", pix_list.size());
+    return pass.tally.maxChange;
 }
 
 }  // namespace quorblen

@@ -19,7 +19,7 @@ namespace quorblen {
 /// every listed pixel of `img` is back at alpha 1.0, and pix_list holds the same entries in
 /// reverse fill order. `epsilon` and `curvatureWeight` are used in single precision. Prints
 /// "inpaintElasticaTextureSynthesis: Changed <n> pixels out of <size> this iteration." on
-/// std::cout, n counting the steps with a winner.
+/// passLog(), n counting the steps with a winner.
 /// Preconditions: `src` and `img` share width and height and have at least 4 channels
 /// (`maskChannel` among them); every listed pixel lies at least max(2, patchRadius) pixels
 /// inside every edge.

@@ -45,4 +45,9 @@ ImageBuffer nearestKnownFill(const ImageBuffer& colour, const HoleFlags& hole) {
     return guess;
 }
 
+ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
+                                   const Region& region) {
+    return cropWorkingImage(nearestKnownFill(colourPlanes(image, alphaPlane), hole), hole, region);
+}
+
 }  // namespace quorblen

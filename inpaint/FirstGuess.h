@@ -11,4 +11,11 @@ namespace quorblen {
 /// Precondition: `hole` has one flag per pixel of `colour` and at least one pixel is known.
 ImageBuffer nearestKnownFill(const ImageBuffer& colour, const HoleFlags& hole);
 
+/// The working image of `region` cut from `image` (1 to 3 colour planes besides `alphaPlane`,
+/// -1: none), its hole given the first guess over the whole image: pixels beyond the image
+/// then repeat known colours only.
+/// Preconditions: those of colourPlanes and nearestKnownFill.
+ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
+                                   const Region& region);
+
 }  // namespace quorblen

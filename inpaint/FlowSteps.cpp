@@ -1,9 +1,10 @@
 // Explicit flow steps of inpainting: Euler's elastica and the TV flow.
+#include "inpaint/FlowSteps.h"
+
 #include <algorithm>
 #include <cassert>
 #include <cmath>
 
-#include "inpaint/DiffusionKernels.h"
 #include "inpaint/KernelSupport.h"
 
 namespace quorblen {

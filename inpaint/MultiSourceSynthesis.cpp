@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-#include "inpaint/FillSupport.h"
+#include "inpaint/PassState.h"
 
 namespace quorblen {
 namespace {
@@ -25,7 +25,7 @@ public:
                     std::function<bool(float)> atLevel, int maskChannel, int patchRadius,
                     bool withEnergy, double epsilon = 0.0, double curvatureWeight = 0.0)
         : fill(src),
-          order(fill, pix_list, std::move(atLevel)),
+          steps(fill, pix_list, std::move(atLevel)),
           energy(withEnergy ? src : ImageBuffer()),
           colour{&src, &extraSrc1, &extraSrc2},
           compare{&fill, &extraSrc1, &extraSrc2},
@@ -40,26 +40,19 @@ public:
 
     /// Holds the fills and alphas of the pass; source 0 is compared on it.
     ImageBuffer fill;
-    /// The fill order over the fill copy's alphas, which are written through it.
-    FillOrder order;
+    /// The steps, in the fill order over the fill copy's alphas, which are written through it.
+    PassState steps;
     /// Where the elastica-scored passes try candidate colours; empty otherwise.
     ImageBuffer energy;
     /// The sources in their order, and the image each is compared on.
     std::array<const ImageBuffer*, 3> colour;
     std::array<const ImageBuffer*, 3> compare;
-    /// The pixel being filled: the last one selected.
-    std::uint32_t x = 0;
-    std::uint32_t y = 0;
-    double maxChange = 0.0;
 
     const ImageBuffer& src() const { return *colour[0]; }
 
-    /// Selects the next pixel to fill; false when none is at the level.
-    bool select(bool forward) { return order.select(forward, x, y); }
-
     /// Asserts the margin the pixel being filled keeps from the edges of `src`.
     void assertMargin([[maybe_unused]] int margin) const {
-        assert(keepsMargin(src(), x, y, std::max(margin, m_patchRadius)));
+        assert(keepsMargin(src(), steps.x, steps.y, std::max(margin, m_patchRadius)));
     }
 
     /// Whether the candidate of source s at (cx, cy) may serve a patch comparison.
@@ -70,35 +63,37 @@ public:
     /// The patch distance between the pixel being filled and the candidate of source s at
     /// (cx, cy).
     double distance(int cx, int cy, int s) const {
-        return patchScore(fill, x, y, *compare[s], cx, cy, m_patchRadius);
+        return patchScore(fill, steps.x, steps.y, *compare[s], cx, cy, m_patchRadius);
     }
 
     /// The candidate of lowest patch distance, below 100000.
     Choice bestPatch(int searchRadius) const {
         return searchCandidates(
-            src(), x, y, searchRadius, 1, 3, 100000.0,
+            src(), steps.x, steps.y, searchRadius, 1, 3, 100000.0,
             [&](int cx, int cy, int s) { return patchEligible(cx, cy, s); },
             [&](int cx, int cy, int s) { return distance(cx, cy, s); });
     }
 
     /// The elastica energy at the pixel being filled, in the energy copy.
-    EnergyProbe probe() { return EnergyProbe(energy, x, y, m_epsilon, m_curvatureWeight); }
+    EnergyProbe probe() {
+        return EnergyProbe(energy, steps.x, steps.y, m_epsilon, m_curvatureWeight);
+    }
 
     /// Writes the colour of `choice` at the pixel being filled into the fill copy (with alpha
     /// `alpha`), the energy copy when there is one, and `out` (with the alpha too when
     /// `markOut`), and tracks the change against `src`.
     void apply(const Choice& choice, float alpha, ImageBuffer& out, bool markOut) {
         const ImageBuffer& from = *colour[static_cast<std::size_t>(choice.source)];
-        copyColour(from, choice.x, choice.y, fill, x, y);
-        order.setAlpha(fill, x, y, alpha);
+        copyColour(from, choice.x, choice.y, fill, steps.x, steps.y);
+        steps.setAlpha(fill, alpha);
         if (energy.data != nullptr) {
-            copyColour(from, choice.x, choice.y, energy, x, y);
+            copyColour(from, choice.x, choice.y, energy, steps.x, steps.y);
         }
-        copyColour(from, choice.x, choice.y, out, x, y);
+        copyColour(from, choice.x, choice.y, out, steps.x, steps.y);
         if (markOut) {
-            setAlpha(out, x, y, alpha);
+            setAlpha(out, steps.x, steps.y, alpha);
         }
-        maxChange = trackColourChange(maxChange, src(), x, y, from, choice.x, choice.y);
+        steps.record(src(), from, choice);
     }
 
 private:
@@ -123,7 +118,7 @@ double inpaintMultiSourceSynthesis(const ImageBuffer* /*ignored*/, const ImageBu
     int source = 0;
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         // Without a pixel at the level the step treats the previous pick again, if any.
-        picked = pass.select(forward) || picked;
+        picked = pass.steps.next(forward) || picked;
         if (!picked) {
             continue;
         }
@@ -136,7 +131,7 @@ double inpaintMultiSourceSynthesis(const ImageBuffer* /*ignored*/, const ImageBu
         match.source = source;
         pass.apply(match, levelOut, out, true);
     }
-    return pass.maxChange;
+    return pass.steps.tally.maxChange;
 }
 
 double inpaintWeightedElasticaSynthesis(const ImageBuffer* /*ignored*/,
@@ -151,13 +146,13 @@ double inpaintWeightedElasticaSynthesis(const ImageBuffer* /*ignored*/,
         src, extraSrc1, extraSrc2, pix_list, [](float alpha) { return alpha == 1.0f; }, maskChannel,
         patchRadius, true, epsilon, curvatureWeight);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!pass.select(forward)) {
+        if (!pass.steps.next(forward)) {
             break;
         }
         pass.assertMargin(2);
         EnergyProbe probe = pass.probe();
         const Choice choice = searchCandidates(
-            src, pass.x, pass.y, searchRadius, 1, 3, probe.current() + 100000.0,
+            src, pass.steps.x, pass.steps.y, searchRadius, 1, 3, probe.current() + 100000.0,
             [&](int cx, int cy, int s) { return pass.patchEligible(cx, cy, s); },
             [&](int cx, int cy, int s) {
                 return elasticaPatchScore(probe, *pass.colour[s], pass.fill, *pass.compare[s], cx,
@@ -165,7 +160,7 @@ double inpaintWeightedElasticaSynthesis(const ImageBuffer* /*ignored*/,
             });
         pass.apply(choice, 0.5f, out, false);
     }
-    return pass.maxChange;
+    return pass.steps.tally.maxChange;
 }
 
 double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
@@ -181,7 +176,7 @@ double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
                          maskChannel, patchRadius, true, epsilon, curvatureWeight);
     const float levelOut = alphaLevel(iteration + 1.0);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!pass.select(forward)) {
+        if (!pass.steps.next(forward)) {
             break;
         }
         pass.assertMargin(2);
@@ -189,7 +184,7 @@ double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
         if (choice.score > CloseMatch) {
             EnergyProbe probe = pass.probe();
             const Choice smoothest = searchCandidates(
-                src, pass.x, pass.y, searchRadius, 1, 3, probe.current(),
+                src, pass.steps.x, pass.steps.y, searchRadius, 1, 3, probe.current(),
                 [&](int cx, int cy, int s) {
                     return sampleAt(*pass.colour[s], cx, cy, maskChannel) == 0.0f;
                 },
@@ -200,7 +195,7 @@ double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
         }
         pass.apply(choice, levelOut, out, true);
     }
-    return pass.maxChange;
+    return pass.steps.tally.maxChange;
 }
 
 }  // namespace quorblen

@@ -1,8 +1,9 @@
 // The search for the pixel nearest to a given one that holds a given value.
+#include "inpaint/NearestPixel.h"
+
 #include <algorithm>
 #include <cassert>
 
-#include "inpaint/DiffusionKernels.h"
 #include "inpaint/KernelSupport.h"
 #include "inpaint/Measures.h"
 

@@ -2,9 +2,10 @@
 #include "inpaint/TextureElastica.h"
 
 #include <cassert>
-#include <iostream>
+#include <ostream>
 
-#include "inpaint/FillSupport.h"
+#include "inpaint/PassLog.h"
+#include "inpaint/PassState.h"
 
 namespace quorblen {
 
@@ -19,7 +20,7 @@ double inpaintTextureElastica(const ImageBuffer* /*ignored*/, ImageBuffer& src,
     assert(src.width == new_img.width && src.height == new_img.height);
     assert(src.channels > AlphaChannel && maskChannel >= 0 && maskChannel < new_img.channels);
     const float level = alphaLevel(iteration + 1.0);
-    ListConsumer pass(new_img, pix_list);
+    PassState pass(new_img, pix_list);
     // One step fewer than entries: the entry left at the front is only marked below.
     for (std::size_t step = 1; step < pix_list.size(); ++step) {
         if (!pass.next(forward)) {
@@ -33,18 +34,18 @@ double inpaintTextureElastica(const ImageBuffer* /*ignored*/, ImageBuffer& src,
             src, pass.x, pass.y, searchRadius, 1, 1, probe.current(),
             [&](int cx, int cy, int) { return maskHere > sampleAt(new_img, cx, cy, maskChannel); },
             [&](int cx, int cy, int) { return probe.tryColour(new_img, cx, cy); });
-        pass.order.setAlpha(new_img, pass.x, pass.y, level);
+        pass.setAlpha(new_img, level);
         // Judged by the colours of new_img, written from src.
         copyColour(src, donor.x, donor.y, new_img, pass.x, pass.y);
-        pass.record(src, donor);
+        pass.record(src, src, donor);
     }
     for (const PixelEntry& entry : pix_list) {
         setAlpha(new_img, entry.x, entry.y, level);
         setAlpha(src, entry.x, entry.y, level);
     }
-    std::cout << "ratio : " << curvatureWeight << '\n';
-    reportChanges("inpaintTextureElastica", pass.changed, pix_list.size());
-    return pass.maxChange;
+    passLog() << "ratio : " << curvatureWeight << '\n';
+    pass.tally.report("inpaintTextureElastica", pix_list.size());
+    return pass.tally.maxChange;
 }
 
 }  // namespace quorblen

@@ -17,7 +17,7 @@ namespace quorblen {
 /// `src` without a winner). At the end every listed pixel gets that alpha in `new_img` and in
 /// `src`. `epsilon` and `curvatureWeight` are used in single precision. Prints
 /// "ratio : <curvatureWeight as passed>" and "inpaintTextureElastica: Changed <n> pixels out
-/// of <size> this iteration." on std::cout, n counting the steps with a winner. `ignored` is
+/// of <size> this iteration." on passLog(), n counting the steps with a winner. `ignored` is
 /// never read.
 /// Preconditions: `src` and `new_img` share width and height, `src` has at least 4 channels
 /// and `maskChannel` < channels of `new_img`; every listed pixel lies at least 2 pixels inside

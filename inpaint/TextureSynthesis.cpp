@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cassert>
 
-#include "inpaint/FillSupport.h"
+#include "inpaint/PassState.h"
 
 namespace quorblen {
 
@@ -21,31 +21,28 @@ double inpaintTextureSynthesis(const ImageBuffer& src, ImageBuffer& out, int mas
     // colours always come from `src`.
     ImageBuffer fill(src);
     const float levelOut = alphaLevel(iteration + 1.0);
-    std::int32_t changed = 0;
-    double maxChange = 0.0;
-    FillOrder order(fill, pix_list, approxLevel(alphaLevel(iteration)));
-    std::uint32_t x = 0;
-    std::uint32_t y = 0;
+    PassState pass(fill, pix_list, approxLevel(alphaLevel(iteration)));
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
-        if (!order.select(forward, x, y)) {
+        if (!pass.next(forward)) {
             break;
         }
-        assert(keepsMargin(src, x, y, std::max(1, patchRadius)));
+        assert(keepsMargin(src, pass.x, pass.y, std::max(1, patchRadius)));
         const Choice match = searchCandidates(
-            src, x, y, searchRadius, 1, 1, 100000.0,
+            src, pass.x, pass.y, searchRadius, 1, 1, 100000.0,
             [&](int cx, int cy, int) {
                 return patchCandidate(src, src, cx, cy, maskChannel, patchRadius);
             },
-            [&](int cx, int cy, int) { return patchScore(fill, x, y, fill, cx, cy, patchRadius); });
-        changed += match.found;
-        copyColour(src, match.x, match.y, fill, x, y);
-        order.setAlpha(fill, x, y, levelOut);
-        copyColour(src, match.x, match.y, out, x, y);
-        setAlpha(out, x, y, levelOut);
-        maxChange = trackColourChange(maxChange, src, x, y, src, match.x, match.y);
+            [&](int cx, int cy, int) {
+                return patchScore(fill, pass.x, pass.y, fill, cx, cy, patchRadius);
+            });
+        copyColour(src, match.x, match.y, fill, pass.x, pass.y);
+        pass.setAlpha(fill, levelOut);
+        copyColour(src, match.x, match.y, out, pass.x, pass.y);
+        setAlpha(out, pass.x, pass.y, levelOut);
+        pass.record(src, src, match);
     }
-    reportChanges("inpaintTextureSynthesis", changed, pix_list.size());
-    return maxChange;
+    pass.tally.report("inpaintTextureSynthesis", pix_list.size());
+    return pass.tally.maxChange;
 }
 
 }  // namespace quorblen

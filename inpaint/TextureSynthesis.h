@@ -18,7 +18,7 @@ namespace quorblen {
 /// its colour from `src`. The filled pixel moves to alpha 0.7^(iteration + 1) in the copy and
 /// in `out`, which receives its colour and alpha; nothing else of `out` is written. The pass
 /// ends when no listed pixel is left at the level. Prints "inpaintTextureSynthesis: Changed
-/// <n> pixels out of <size> this iteration." on std::cout, n counting the steps that found a
+/// <n> pixels out of <size> this iteration." on passLog(), n counting the steps that found a
 /// candidate.
 /// Preconditions: `maskChannel` < channels of `src`; `out` has `src`'s width and height and
 /// at least 4 channels; every listed pixel lies at least max(1, patchRadius) pixels inside

@@ -4,7 +4,7 @@
 #include <cassert>
 
 #include "inpaint/DiffusionKernels.h"
-#include "inpaint/FillSupport.h"
+#include "inpaint/PassState.h"
 
 namespace quorblen {
 
@@ -16,8 +16,7 @@ double inpaintTextureTV(const ImageBuffer* /*ignored*/, const ImageBuffer& sourc
     using namespace detail;
     // Candidates are tried here; the chosen colours stay for the later entries.
     ImageBuffer trial(source);
-    std::int32_t changed = 0;
-    double maxChange = 0.0;
+    PassTally tally;
     for (const PixelEntry& p : pix_list) {
         const int x = static_cast<int>(p.x);
         const int y = static_cast<int>(p.y);
@@ -28,13 +27,12 @@ double inpaintTextureTV(const ImageBuffer* /*ignored*/, const ImageBuffer& sourc
                 copyColour(source, cx, cy, trial, x, y);
                 return localTotalVariation(trial, x, y);
             });
-        changed += donor.found;
         copyColour(source, donor.x, donor.y, trial, x, y);
         copyColour(source, donor.x, donor.y, output, x, y);
-        maxChange = trackColourChange(maxChange, source, x, y, source, donor.x, donor.y);
+        tally.record(source, x, y, source, donor);
     }
-    reportChanges("inpaintTextureTV", changed, pix_list.size());
-    return maxChange;
+    tally.report("inpaintTextureTV", pix_list.size());
+    return tally.maxChange;
 }
 
 }  // namespace quorblen

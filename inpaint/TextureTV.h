@@ -13,7 +13,7 @@ namespace quorblen {
 /// order (smaller x, then smaller y). Colours are tried in a copy of `source` where the chosen
 /// ones stay, so later pixels see earlier choices. A pixel with no better donor keeps its
 /// colour from `source`. Writes channels 0-2 of `output` at listed pixels only. Prints
-/// "inpaintTextureTV: Changed <n> pixels out of <size> this iteration." on std::cout, n
+/// "inpaintTextureTV: Changed <n> pixels out of <size> this iteration." on passLog(), n
 /// counting the pixels that found a better donor. `ignored` is never read.
 /// Preconditions: `source` has channels 0-2 and `maskChannel`; `output` has `source`'s width
 /// and height and at least 3 channels; every listed pixel lies at least 2 pixels inside every

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cmath>
+#include <stdexcept>
+#include <string>
 
 namespace quorblen {
 namespace {
@@ -74,6 +77,24 @@ ImageBuffer cropWorkingImage(const ImageBuffer& colour, const HoleFlags& hole,
         }
     }
     return work;
+}
+
+double knownRange(const ImageBuffer& work, const char* what) {
+    float low = HUGE_VALF;
+    float high = -HUGE_VALF;
+    for (int i = 0; i < work.width * work.height; ++i) {
+        const float* pixel = work.data + std::ptrdiff_t(i) * work.channels;
+        if (pixel[WorkAlpha] == 0.0f) {
+            if (!std::isfinite(pixel[0] + pixel[1] + pixel[2])) {
+                throw std::invalid_argument(
+                    std::string(what) +
+                    " holds samples that are not finite numbers next to the hole");
+            }
+            low = std::min({low, pixel[0], pixel[1], pixel[2]});
+            high = std::max({high, pixel[0], pixel[1], pixel[2]});
+        }
+    }
+    return high > low ? double(high) - double(low) : 1.0;
 }
 
 void pasteHole(const ImageBuffer& work, const Region& region, const HoleFlags& hole,

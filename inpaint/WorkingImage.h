@@ -43,6 +43,14 @@ Region holeRegion(const HoleFlags& hole, int width, int height, int margin);
 ImageBuffer cropWorkingImage(const ImageBuffer& colour, const HoleFlags& hole,
                              const Region& region);
 
+/// The largest minus the smallest colour sample of the known pixels (alpha 0) of the working
+/// image `work`, or 1 when they are all equal: no stable diffusion step moves a pixel by more
+/// in one iteration.
+/// Throws std::invalid_argument, naming `what` ("<what> holds samples that are not finite
+/// numbers next to the hole"), when a known sample is not a finite number, which no step
+/// could diffuse nor any comparison judge.
+double knownRange(const ImageBuffer& work, const char* what);
+
 /// Writes colour channels 0.. of `work` (the working image of `region`) into the planes of
 /// `image` other than `alphaPlane`, at the hole pixels only.
 /// Precondition: `image` has the size the flags were made for and 1 to 3 colour planes.

@@ -64,11 +64,12 @@ py::array inpaint(const py::object& image, const py::object& mask, const std::st
     const ImageBuffer hole = holeFromArray(mask, "mask", pixels);
     // Two channels are grey and alpha, four colour and alpha, as image files hold them.
     const int alphaPlane = pixels.channels == 2 || pixels.channels == 4 ? pixels.channels - 1 : -1;
+    // The passes' own lines join the recipe's, in the order they come.
     std::stringstream log;
     ImageBuffer result;
     {
         py::gil_scoped_release release;
-        result = fillHole(pixels, alphaPlane, hole, options, log);
+        result = fillHole(pixels, alphaPlane, hole, options, log, &log);
     }
     const py::object logger = py::module_::import("logging").attr("getLogger")("quorblen");
     std::string line;
@@ -173,9 +174,9 @@ std::string inpaintHelp() {
            "Keyword options, each for the methods it names:\n\n" +
            describeRecipes() +
            "\nReturns a new float32 array of the image's shape: the hole's colour filled, every\n"
-           "other sample (alpha included) the image's, bit for bit. Progress lines go to the\n"
-           "'quorblen' logger (INFO); the exemplar passes also print a line each on standard\n"
-           "output. The GIL is released while the recipe runs.\n"
+           "other sample (alpha included) the image's, bit for bit. Progress lines, the\n"
+           "exemplar passes' own included, go to the 'quorblen' logger (INFO), after the\n"
+           "recipe has run. The GIL is released while it runs.\n"
            "Raises TypeError for an argument of the wrong type or an unknown keyword, ValueError\n"
            "for shapes that differ, an option out of its range, a mask that leaves no pixel\n"
            "known, RuntimeError when the elastica flow diverges even at a small time step.";

@@ -1,4 +1,5 @@
 """The Python module against the command line, and its answers to bad input."""
+import logging
 import os
 import subprocess
 
@@ -94,6 +95,14 @@ def test_raw_files_keep_every_bit(tmp_path):
 IMAGE = small_image(3)
 MASK = np.zeros((24, 24))
 MASK[5, 5] = 0.5
+
+
+def test_every_inpaint_line_goes_to_the_logger(caplog, capfd):
+    with caplog.at_level(logging.INFO, logger="quorblen"):
+        quorblen.inpaint(IMAGE, MASK, "texture", passes=2, search_radius=4)
+    assert [record.getMessage().split(":")[0] for record in caplog.records] == [
+        "inpaintTextureSynthesis", "texture", "inpaintTextureSynthesis", "texture"]
+    assert capfd.readouterr().out == ""
 
 
 def truncated(path):

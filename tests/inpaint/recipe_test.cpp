@@ -105,6 +105,11 @@ TEST(InpaintRecipe, RefusesBadInput) {
         {image, holeMask(), with([](RecipeOptions& o) { o.patchRadius = 21; }), "patch-radius"},
         {image, holeMask(), with([](RecipeOptions& o) { o.epsilon = 0.0; }),
          "epsilon must be above 0"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.levels = 17; }),
+         "levels must be at least 0 and at most 16, not 17"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.rounds = 0; }), "rounds"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.window = 0.0; }),
+         "window must be above 0"},
         {image, holeMask(), with([&](RecipeOptions& o) { o.source2 = &other; }),
          "source2 is 48 x 40 x 1 but the image is 48 x 40 x 3"},
         {image, holeMask(), with([&](RecipeOptions& o) {
@@ -136,6 +141,19 @@ TEST(InpaintRecipe, FillsAOnePixelWideImage) {
             at(fillHole(column, -1, hole, recipeDefaults(info.recipe), log), 0, 2, 0);
         EXPECT_TRUE(filled >= 1.0f && filled <= 3.0f) << info.name << ": " << filled;
     }
+}
+
+TEST(InpaintRecipe, SendsThePassLinesToTheStreamItIsGiven) {
+    RecipeOptions options = recipeDefaults(InpaintRecipe::TextureElastica);
+    options.searchRadius = 6;
+    std::ostringstream log;
+    std::ostringstream lines;
+    testing::internal::CaptureStdout();
+    fillHole(photoCrop(3), -1, holeMask(), options, log, &lines);
+    passLog() << "after\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "after\n");
+    EXPECT_EQ(lines.str().rfind("ratio : 1\ninpaintTextureElastica: Changed ", 0), 0u)
+        << lines.str();
 }
 
 TEST(InpaintRecipe, ElasticaBacksOffWhenItDiverges) {

@@ -1,0 +1,66 @@
+// How fillHole hands a hole to the runner of a family of recipes; not part of the library's
+// interface.
+#pragma once
+
+#include <iosfwd>
+#include <span>
+
+#include "image/ImageBuffer.h"
+#include "inpaint/FirstGuess.h"
+#include "inpaint/RecipeCatalogue.h"
+#include "inpaint/WorkingImage.h"
+
+namespace quorblen::detail {
+
+/// One fillHole call as a runner sees it, its input checked.
+struct RecipeJob {
+    /// The working image of the hole's region cut from the image, its hole given the first
+    /// guess; every hole pixel lies at least the runner's margin inside it.
+    const ImageBuffer& start;
+    /// knownRange(start), which also checked that the known colours are finite numbers.
+    double colourRange;
+    const RecipeOptions& options;
+    /// The image's colour planes, 1 to 3 (the working image repeats the last).
+    int colourChannels;
+    /// The recipe's name, which begins each of its lines on `log`.
+    const char* name;
+    std::ostream& log;
+    /// How `start` was cut from the image.
+    int alphaPlane;
+    const HoleFlags& hole;
+    const Region& region;
+
+    /// The working image of `image` (laid out as the image: a source) cut as `start` was, so
+    /// that it lines up with it.
+    ImageBuffer cut(const ImageBuffer& image) const {
+        return firstGuessWorkingImage(image, alphaPlane, hole, region);
+    }
+};
+
+/// A family of recipes, one file each: the recipes it runs, the margin its passes need and the
+/// fill. A new family adds its recipes to the catalogue and its runner here and to fillHole's
+/// list.
+struct RecipeRunner {
+    /// The recipes of the family; no other family runs them.
+    std::span<const InpaintRecipe> recipes;
+    /// How far outside the hole's bounding box `holeBox` (in an image of `width` x `height`)
+    /// the working image reaches for `options`: the margin every hole pixel must keep from the
+    /// working image's edges for the preconditions of the family's passes, and for them to
+    /// reach every donor they may use.
+    int (*margin)(const RecipeOptions& options, const Region& holeBox, int width, int height);
+    /// Fills the hole of job.start and returns the working image filled. Throws
+    /// std::invalid_argument for input only the family reads (its sources), and
+    /// std::runtime_error when the fill fails.
+    ImageBuffer (*fill)(const RecipeJob& job);
+};
+
+/// TV and elastica diffusion.
+extern const RecipeRunner diffusionRunner;
+
+/// The exemplar recipes: passes that copy colours of known pixels.
+extern const RecipeRunner exemplarRunner;
+
+/// Coarse-to-fine patch match.
+extern const RecipeRunner patchMatchRunner;
+
+}  // namespace quorblen::detail
