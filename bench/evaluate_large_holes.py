@@ -162,7 +162,7 @@ def write_montage(path, rows, names):
         cv2.putText(label, name[:24], (k * size + 4, 15), cv2.FONT_HERSHEY_SIMPLEX, 0.42,
                     (0, 0, 0), 1, cv2.LINE_AA)
     sheet = np.vstack([label] + [np.hstack(row) for row in rows])
-    cv2.imwrite(path, sheet, [cv2.IMWRITE_JPEG_QUALITY, 82])
+    cv2.imwrite(path, sheet, [cv2.IMWRITE_JPEG_QUALITY, 60])
 
 
 def main():

@@ -61,7 +61,7 @@ struct RecipeOptions {
     /// Exemplar recipes: half-width of the square of candidate donor pixels around a hole
     /// pixel, in pixels.
     int searchRadius;
-    /// Exemplar recipes: half-width of the compared patches, in pixels.
+    /// Exemplar and patch-match recipes: half-width of the compared patches, in pixels.
     int patchRadius;
     /// Elastica-scored recipes: weight b of the curvature in the energy (1 + b kappa^2) |grad u|
     /// (at least 0; 0 scores total variation alone).
