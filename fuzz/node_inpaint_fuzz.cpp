@@ -110,9 +110,9 @@ void runNode(ByteReader& in) {
     const int channels = in.small(1, host::Chan_Last);
     const int threads = in.small(1, 2);
     // The knobs, in the table's order: Iterations, Lambda, A.
-    quorblen::UpscaleOptions options;
+    quorblen::UpscaleOptions knobs;
     for (const quorblen::UpscaleParameter& parameter : quorblen::upscaleParameters()) {
-        if (parameter.knob != nullptr && !takeOption(in, parameter, options)) {
+        if (parameter.knob != nullptr && !takeOption(in, parameter, knobs)) {
             return;
         }
     }
@@ -123,7 +123,7 @@ void runNode(ByteReader& in) {
     host::Node hostNode("Quorblen1");
     std::unique_ptr<host::Op> op(quorblen::build(&hostNode));
     auto& node = dynamic_cast<host::OpWrapper&>(*op);
-    check(quorblen::setUpscaleKnobs(node, options));
+    check(quorblen::setUpscaleKnobs(node, knobs));
     node.set_input(0, &image);
     if (requested.empty()) {
         requested = host::ChannelSet(std::uint32_t((std::uint64_t(1) << channels) - 1));

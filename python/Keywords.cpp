@@ -46,7 +46,7 @@ std::string fixNanHelp() {
     std::string text = std::string("    ") + fixNanKeyword + " (" + nonFiniteModeNames("'") +
                        "; '" + nonFiniteModes()[0].name +
                        "')\n        what to do with samples that are not finite numbers (NaN or "
-                       "infinite), which the solve would spread:\n";
+                       "infinite),\n        which the solve would spread:\n";
     for (const NonFiniteModeInfo& info : nonFiniteModes()) {
         text += std::string("        '") + info.name + "': " + info.meaning + "\n";
     }
