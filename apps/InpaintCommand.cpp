@@ -5,14 +5,13 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
-#include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
 #include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
+#include "apps/NonFiniteInput.h"
 #include "apps/Rendering.h"
 #include "inpaint/Inpaint.h"
 
@@ -22,10 +21,6 @@ namespace {
 constexpr const char* sampleName = "coffee.png";
 constexpr const char* sampleMaskName = "coffee-mask.png";
 constexpr const char* sampleOutput = "coffee-inpainted.png";
-
-std::string flagOf(const RecipeParameter& parameter) {
-    return std::string("--") + parameter.name;
-}
 
 }  // namespace
 
@@ -42,12 +37,12 @@ void describeInpaintDefaults(std::ostream& out) {
            "        not offered here; the upscale command uses that solver.)\n"
            "      Options (range; default):\n";
     for (const RecipeParameter& parameter : recipeParameters()) {
-        out << "        " << flagOf(parameter) << " (" << parameterRange(parameter) << "; "
-            << parameterDefaults(parameter) << ")\n            " << parameter.meaning << "\n";
+        describeParameter(out, parameter, parameterDefaults(parameter));
     }
     out << "        --source2 FILE, --source3 FILE (default: INPUT itself)\n"
            "            more donor images of INPUT's size for weighted-elastica, multi-source and\n"
            "            fallback; their pixels under the mask donate nothing\n";
+    describeFixNan(out);
 }
 
 namespace {
@@ -60,7 +55,8 @@ struct Settings {
     std::string mask;  // empty: INPUT's alpha marks the hole
     const RecipeInfo* method = nullptr;
     RecipeOptions options{};
-    std::string sources[2];  // --source2, --source3; empty: INPUT itself
+    std::string sources[2];                      // --source2, --source3; empty: INPUT itself
+    NonFiniteMode fixNan = NonFiniteMode::None;  // for INPUT and the sources
     OutputChoices choices;
 
     /// The file names, INPUT and OUTPUT first.
@@ -71,11 +67,11 @@ struct Settings {
 
 /// The options the inpaint command takes a value for.
 std::vector<std::string> valueOptions() {
-    std::vector<std::string> options{"--mask", "--method", "--source2", "--source3"};
+    std::vector<std::string> options{"--mask", "--method", "--source2", "--source3", fixNanOption};
     options.insert(options.end(), outputOptions.begin(), outputOptions.end());
     options.insert(options.end(), frameOptions.begin(), frameOptions.end());
     for (const RecipeParameter& parameter : recipeParameters()) {
-        options.push_back(flagOf(parameter));
+        options.push_back(optionOf(parameter.name));
     }
     return options;
 }
@@ -111,19 +107,9 @@ Settings parseSettings(const Arguments& arguments) {
     }
     settings.options = recipeDefaults(settings.method->recipe);
     for (const RecipeParameter& parameter : recipeParameters()) {
-        std::visit(
-            [&](auto field) {
-                auto& value = settings.options.*field;
-                if constexpr (std::is_same_v<std::remove_reference_t<decltype(value)>, int>) {
-                    value = arguments.intValue(flagOf(parameter), value, int(parameter.min),
-                                               int(parameter.max));
-                } else {
-                    value = arguments.doubleValue(flagOf(parameter), value, parameter.min,
-                                                  parameter.max, parameter.minExclusive);
-                }
-            },
-            parameter.field);
+        readParameter(arguments, parameter, settings.options);
     }
+    settings.fixNan = fixNanMode(arguments);
     settings.sources[0] = arguments.value("--source2").value_or("");
     settings.sources[1] = arguments.value("--source3").value_or("");
     settings.choices = outputChoices(arguments, settings.output);
@@ -213,11 +199,13 @@ std::optional<std::string> inpaintFile(Settings settings) {
     checkWritableImagePath(settings.output);
     LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
     const ImageBuffer hole = readHole(settings, input);
+    fixNonFinite(input.pixels, settings.fixNan, settings.input);
     ImageBuffer sources[2];
     const ImageBuffer** sourceFields[2] = {&settings.options.source2, &settings.options.source3};
     for (int k = 0; k < 2; ++k) {
         if (!settings.sources[k].empty()) {
             sources[k] = readSource(settings.sources[k], input, settings.input);
+            fixNonFinite(sources[k], settings.fixNan, settings.sources[k]);
             *sourceFields[k] = &sources[k];
         }
     }

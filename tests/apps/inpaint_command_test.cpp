@@ -135,8 +135,8 @@ TEST(InpaintCommand, RefusesBadInputsWithOneLine) {
         {{"--mask", photo}, 1, "coffee.png: the mask marks every pixel, leaving nothing"},
         {{"--mask", photo, "--source2", otherSize}, 1, "astronaut.png is 512 x 512 but"},
         {{"--mask", photo, "--method", "dual-tv"}, 2, "--method must be one of tv, elastica"},
-        {{"--mask", photo, "--search-radius", "0"}, 2, "--search-radius must be between 1"},
-        {{"--mask", photo, "--patch-radius", "99"}, 2, "--patch-radius must be between 1"},
+        {{"--mask", photo, "--search-radius", "0"}, 2, "--search-radius must be at least 1"},
+        {{"--mask", photo, "--patch-radius", "99"}, 2, "--patch-radius must be at least 1"},
     };
     for (const auto& c : cases) {
         const ProgramRun result = run(c.args);
