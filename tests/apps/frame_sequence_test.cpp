@@ -1,6 +1,10 @@
 // Frame sequences: the range and name parsers, and a sequence run end to end.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <random>
+
 #include "apps/CommandLine.h"
 #include "apps/FrameSequence.h"
 #include "support/TestImages.h"
@@ -74,6 +78,81 @@ TEST(FrameSequence, RunsFramesInOrderAndStopsOrSkipsAtAMissingOne) {
         fileNames(dir.path()),
         (std::vector<std::string>{"a.0001.exr", "a.0003.exr", "a.0005.exr", "b.01.png", "c.1.png",
                                   "c.3.png", "c.5.png", "in.1.png", "in.3.png", "in.5.png"}));
+}
+
+// A square moving 6 pixels a frame over fixed noise, a matte marking it: each frame filled from
+// the frames before and after it gets back the background wherever one of them shows it; the
+// first and last frames, whose neighbour is missing, run with the one they have.
+TEST(FrameSequence, FillsAMovingObjectFromTheNeighbouringFrames) {
+    ScratchDir dir;
+    constexpr int Size = 10;
+    std::mt19937 random(7);
+    const ImageBuffer background =
+        makeImage(64, 48, 3, [&](int, int, int) { return float(random() % 256) / 255.0f; });
+    const auto object = [](int frame, int x, int y) {
+        const int x0 = 2 + 6 * frame;
+        return x >= x0 && x < x0 + Size && y >= 19 && y < 19 + Size;
+    };
+    for (int frame = 1; frame <= 5; ++frame) {
+        writeFileImage(dir.path() / frameFileName("shot.#.png", frame),
+                       makeImage(64, 48, 3,
+                                 [&](int x, int y, int c) {
+                                     return object(frame, x, y) ? float(c != 1)
+                                                                : at(background, x, y, c);
+                                 }),
+                       {"R", "G", "B"}, "uint8");
+        writeFileImage(
+            dir.path() / frameFileName("matte.#.png", frame),
+            makeImage(64, 48, 1, [&](int x, int y, int) { return float(object(frame, x, y)); }),
+            {"Y"}, "uint8");
+    }
+    const ProgramRun run = runQuorblen(
+        {"inpaint", "shot.#.png", "clean.#.png", "--frames", "1-5", "--mask", "matte.#.png",
+         "--method", "multi-source", "--source2-offset", "-1", "--source3-offset", "1"},
+        dir.path());
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    // One line for each missing neighbour.
+    const auto occurrences = [&](const std::string& text) {
+        std::size_t count = 0;
+        for (auto at = run.err.find(text); at != std::string::npos;
+             at = run.err.find(text, at + 1)) {
+            ++count;
+        }
+        return count;
+    };
+    EXPECT_EQ(occurrences("left out"), 2u) << run.err;
+    EXPECT_EQ(occurrences("--source2 left out at frame 1: shot.0000.png does not exist\n"), 1u);
+    EXPECT_EQ(occurrences("--source3 left out at frame 5: shot.0006.png does not exist\n"), 1u);
+    // A patch is copied from a neighbour that shows the pixel with its eight neighbours.
+    const auto shows = [&](int frame, int x, int y) {
+        for (int dy = -1; dy <= 1; ++dy) {
+            for (int dx = -1; dx <= 1; ++dx) {
+                if (frame < 1 || frame > 5 || object(frame, x + dx, y + dy)) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    };
+    int checked = 0;
+    for (int frame = 1; frame <= 5; ++frame) {
+        const ImageBuffer clean =
+            readFileImage(dir.path() / frameFileName("clean.#.png", frame)).pixels;
+        for (int y = 0; y < 48; ++y) {
+            for (int x = 0; x < 64; ++x) {
+                if (!object(frame, x, y) || !(shows(frame - 1, x, y) || shows(frame + 1, x, y))) {
+                    continue;
+                }
+                ++checked;
+                for (int c = 0; c < 3; ++c) {
+                    EXPECT_LE(std::abs(at(clean, x, y, c) - at(background, x, y, c)), 1.5f / 255)
+                        << "frame " << frame << " (" << x << ", " << y << ")";
+                }
+            }
+        }
+    }
+    // Every hole pixel of the three middle frames; half of each of the others.
+    EXPECT_EQ(checked, 3 * Size * Size + Size * Size);
 }
 
 }  // namespace
