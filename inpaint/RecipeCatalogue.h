@@ -70,9 +70,15 @@ struct RecipeOptions {
     int threads;
     /// Three-source recipes: the second and third source of donor colours, with the width,
     /// height and channels of the image (alpha at the same plane, not read); null: the image.
-    /// The mask holds for every source: its pixels in the hole donate nothing.
     const ImageBuffer* source2;
     const ImageBuffer* source3;
+    /// The holes of source2 and source3 (a neighbouring frame's own matte): the width and
+    /// height of the image, a pixel in the hole where sample 0 is not 0. A source's pixels in
+    /// its hole donate nothing and its other pixels donate, those behind the image's hole
+    /// included. Null: the image's mask holds for that source. Each needs its source and must
+    /// leave a pixel of it known.
+    const ImageBuffer* source2Mask;
+    const ImageBuffer* source3Mask;
 };
 
 /// The defaults of `recipe`.
