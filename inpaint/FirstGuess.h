@@ -14,8 +14,7 @@ ImageBuffer nearestKnownFill(const ImageBuffer& colour, const HoleFlags& hole);
 /// The working image of `region` cut from `image` (1 to 3 colour planes besides `alphaPlane`,
 /// -1: none), its hole given the first guess, as nearestKnownFill over the whole image gives
 /// it: pixels beyond the image then repeat known colours only.
-/// Preconditions: those of colourPlanes; every flagged pixel lies at least one pixel inside
-/// `region` or at the image's edge, and not every pixel is flagged.
+/// Preconditions: those of colourPlanes and nearestKnownFill.
 ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
                                    const Region& region);
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -83,33 +82,6 @@ std::span<const RecipeParameter> recipeParameters() {
     return parameterTable;
 }
 
-double parameterValue(const RecipeParameter& parameter, const RecipeOptions& options) {
-    return std::visit([&](auto field) { return double(options.*field); }, parameter.field);
-}
-
-std::string parameterProblem(const RecipeParameter& p, double value) {
-    if ((value >= p.min && value <= p.max) && !(p.minExclusive && value == p.min)) {
-        return "";
-    }
-    std::ostringstream message;
-    message << "must be " << (p.minExclusive ? "above " : "at least ") << p.min;
-    if (p.max < HUGE_VAL) {
-        message << " and at most " << p.max;
-    }
-    message << ", not " << value;
-    return message.str();
-}
-
-std::string parameterRange(const RecipeParameter& p) {
-    std::ostringstream text;
-    if (p.max < HUGE_VAL) {
-        text << p.min << (p.minExclusive ? " (excluded)" : "") << " to " << p.max;
-    } else {
-        text << (p.minExclusive ? "above " : "at least ") << p.min;
-    }
-    return text.str();
-}
-
 std::string parameterDefaults(const RecipeParameter& parameter) {
     std::vector<double> values;
     for (const RecipeInfo& info : recipeTable) {
@@ -120,17 +92,16 @@ std::string parameterDefaults(const RecipeParameter& parameter) {
     };
     const double usual = *std::max_element(values.begin(), values.end(),
                                            [&](double a, double b) { return count(a) < count(b); });
-    std::ostringstream text;
-    text << usual;
+    std::string text = parameterText(parameter, usual);
     const char* separator = " (";
     for (std::size_t k = 0; k < values.size(); ++k) {
         if (values[k] != usual) {
-            text << separator << recipeTable[k].name << " " << values[k];
+            text += separator + std::string(recipeTable[k].name) + " " +
+                    parameterText(parameter, values[k]);
             separator = ", ";
         }
     }
-    text << (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
-    return text.str();
+    return text + (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
 }
 
 std::span<const RecipeInfo> inpaintRecipes() {

@@ -3,9 +3,9 @@
 
 #include <span>
 #include <string>
-#include <variant>
 
 #include "image/ImageBuffer.h"
+#include "image/Parameter.h"
 
 namespace quorblen {
 
@@ -80,37 +80,26 @@ struct RecipeOptions {
     int threads;
     /// Three-source recipes: the second and third source of donor colours, with the width,
     /// height and channels of the image (alpha at the same plane, not read); null: the image.
-    /// The mask holds for every source: its pixels in the hole donate nothing.
     const ImageBuffer* source2;
     const ImageBuffer* source3;
+    /// The holes of source2 and source3 (a neighbouring frame's own matte): the width and
+    /// height of the image, a pixel in the hole where sample 0 is not 0. A source's pixels in
+    /// its hole donate nothing and its other pixels donate, those behind the image's hole
+    /// included. Null: the image's mask holds for that source. Each needs its source and must
+    /// leave a pixel of it known.
+    const ImageBuffer* source2Mask;
+    const ImageBuffer* source3Mask;
 };
 
 /// The defaults of `recipe`.
 RecipeOptions recipeDefaults(InpaintRecipe recipe);
 
-/// A numeric option of the recipes, for callers that parse or document options: its name
-/// (words joined by '-'), what it means with its unit, the field it sets and its range.
-struct RecipeParameter {
-    const char* name;
-    const char* meaning;
-    std::variant<int RecipeOptions::*, double RecipeOptions::*> field;
-    double min;
-    double max;  // HUGE_VAL: no upper limit
-    bool minExclusive;
-};
+/// A numeric option of the recipes, for callers that parse or document options
+/// (image/Parameter.h has the words for its range and mistakes).
+using RecipeParameter = Parameter<RecipeOptions>;
 
 /// Every numeric option; fillHole checks each against its range.
 std::span<const RecipeParameter> recipeParameters();
-
-/// The value of `parameter` in `options`, as a double.
-double parameterValue(const RecipeParameter& parameter, const RecipeOptions& options);
-
-/// What is wrong with `value` for `parameter` ("must be at least 1 and at most 100, not 0"),
-/// or an empty string when it lies in the range.
-std::string parameterProblem(const RecipeParameter& parameter, double value);
-
-/// The range of `parameter` in words: "0 to 1e+06", "0 (excluded) to 1", "above 0", ...
-std::string parameterRange(const RecipeParameter& parameter);
 
 /// The defaults of `parameter` over every recipe: "5", or "0.01 (elastica 0.1)" when some
 /// recipes' defaults differ from the most common one.

@@ -2,6 +2,7 @@
 // interface.
 #pragma once
 
+#include <cassert>
 #include <iosfwd>
 #include <span>
 
@@ -30,10 +31,21 @@ struct RecipeJob {
     const HoleFlags& hole;
     const Region& region;
 
-    /// The working image of `image` (laid out as the image: a source) cut as `start` was, so
-    /// that it lines up with it.
-    ImageBuffer cut(const ImageBuffer& image) const {
-        return firstGuessWorkingImage(image, alphaPlane, hole, region);
+    /// The working image of extra source k (0: options.source2, 1: options.source3) cut as
+    /// `start` was, so that it lines up with it: the same region and padding, its alpha and
+    /// donor flag from the source's own mask (source2Mask, source3Mask) or, without one, from
+    /// the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
+    /// naming the source, when a sample it knows is not a finite number.
+    /// Precondition: that source is given (fillHole checked its mask).
+    ImageBuffer cutSource(int k) const {
+        const ImageBuffer* source = k == 0 ? options.source2 : options.source3;
+        const ImageBuffer* mask = k == 0 ? options.source2Mask : options.source3Mask;
+        assert(source != nullptr);
+        ImageBuffer work = firstGuessWorkingImage(
+            *source, alphaPlane, mask != nullptr ? holeFlags(*mask) : hole, region);
+        // A copied colour that is not a number would poison every later comparison.
+        knownRange(work, k == 0 ? "source2" : "source3");
+        return work;
     }
 };
 

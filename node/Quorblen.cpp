@@ -107,24 +107,6 @@ void Quorblen::_request(int /*x*/, int /*y*/, int /*r*/, int /*t*/,
     }
 }
 
-void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels) {
-    host::Iop& in = op.input0();
-    const host::Box& box = in.info().box();
-    buffer.resize(box.w(), box.h(), channels.size());
-    if (buffer.data == nullptr) {
-        return;
-    }
-    host::Row row(box.x, box.r);
-    for (int y = box.y; y < box.t; ++y) {
-        row.get(in, y, box.x, box.r, channels);
-        if (op.aborted()) {
-            return;
-        }
-        row.interleave(channels, box.x, box.r,
-                       buffer.data + static_cast<std::ptrdiff_t>(y - box.y) * buffer.stride);
-    }
-}
-
 bool Quorblen::computeResult(const host::ChannelSet& channels) {
     std::scoped_lock lock(cacheMutex);
     // Another thread may have finished while this one waited for the lock.
@@ -139,7 +121,7 @@ bool Quorblen::computeResult(const host::ChannelSet& channels) {
     }
     outputBuffer.resize(2 * inputBuffer.width, 2 * inputBuffer.height, inputBuffer.channels);
     const TvUpscaleSettings settings =
-        upscaleSettings(iterations, lambda, regularization, render_threads());
+        upscaleSettings({iterations, lambda, regularization, render_threads()});
     const TvUpscaleMonitor monitor{[this] { return aborted(); },
                                    [this](double fraction) { progress_fraction(fraction); }};
     if (!tvUpscale(inputBuffer, outputBuffer, settings, monitor)) {
