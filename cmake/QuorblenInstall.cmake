@@ -15,7 +15,8 @@ foreach(dir host image tv node inpaint)
             FILES_MATCHING PATTERN "*.h" PATTERN "KernelSupport.h" EXCLUDE
             PATTERN "FillSupport.h" EXCLUDE PATTERN "FillOrder.h" EXCLUDE
             PATTERN "RowKernels*.h" EXCLUDE PATTERN "TvSweep.h" EXCLUDE
-            PATTERN "OiioSupport.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)
+            PATTERN "OiioSupport.h" EXCLUDE PATTERN "OutputFileProxy.h" EXCLUDE
+            PATTERN "ExrZipStream.h" EXCLUDE PATTERN "FileWriting.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)
 endforeach()
 
 install(EXPORT QuorblenTargets NAMESPACE Quorblen:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorblen)
