@@ -1,6 +1,7 @@
 """The Python module against the command line, and its answers to bad input."""
 import os
 import subprocess
+import sys
 
 import numpy as np
 import pytest
@@ -135,3 +136,18 @@ def truncated(path):
 def test_bad_input_raises_what_python_users_expect(call, error, words, tmp_path):
     with pytest.raises(error, match=words.replace("(", r"\(")):
         call(tmp_path)
+
+
+def test_write_raw_on_a_full_disk_raises_and_leaves_nothing(tmp_path):
+    # A disk that fills: a file size limit on a child interpreter, SIGXFSZ ignored.
+    script = ("import resource, signal, sys\n"
+              "import numpy as np, quorblen\n"
+              "signal.signal(signal.SIGXFSZ, signal.SIG_IGN)\n"
+              "resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))\n"
+              "quorblen.write_raw(sys.argv[1], np.zeros((64, 64, 3), np.float32))\n")
+    target = tmp_path / "p.raw"
+    child = subprocess.run([sys.executable, "-c", script, target], capture_output=True, text=True)
+    assert child.returncode == 1
+    error = child.stderr.splitlines()[-1]
+    assert error.startswith("OSError") and "File too large" in error and str(target) in error
+    assert list(tmp_path.iterdir()) == []
