@@ -232,7 +232,7 @@ ExrZipStream::ExrZipStream(OutputFile& file, int linesPerBlock, int level, int t
         worker.compressor.reset(libdeflate_alloc_compressor(level));
         if (!worker.compressor) {
             m_mode = Closed;
-            error("out of memory");
+            m_cause = "out of memory";
             return;
         }
     }
@@ -266,7 +266,7 @@ size_t ExrZipStream::write(const void* data, size_t size) {
 
 bool ExrZipStream::fail(const std::string& message) {
     if (!m_failed) {
-        error(message);
+        m_cause = message;
     }
     m_failed = true;
     return false;

@@ -35,7 +35,7 @@ struct ExrScanlineLayout;
 /// error naming the cause.
 class ExrZipStream final : public OIIO::Filesystem::IOProxy {
 public:
-    /// A stream writing to `file`, which must outlive it; `opened()` is false, and `error()`
+    /// A stream writing to `file`, which must outlive it; `opened()` is false, and `cause()`
     /// says why, when the compressors cannot be made. `linesPerBlock` is 16 (ZIP) or 1 (ZIPS);
     /// `level` is libdeflate's, 1 to 12; `threads` at least 1.
     ExrZipStream(OutputFile& file, int linesPerBlock, int level, int threads);
@@ -47,9 +47,13 @@ public:
     /// Stops the compressing threads, as when a write is given up.
     void close() override;
 
-    /// Writes the blocks still held and the offset table to the file. False, with `error()`
+    /// Writes the blocks still held and the offset table to the file. False, with `cause()`
     /// saying why, when the stream was not a whole image or the file could not be written.
     bool finish();
+
+    /// Why the stream failed, in a few words; empty while it has not. (Kept apart from
+    /// IOProxy::error, whose lock is OpenImageIO's.)
+    const std::string& cause() const { return m_cause; }
 
     /// The default compression level: OpenEXR's default for zip.
     static constexpr int DefaultLevel = 4;
@@ -69,6 +73,7 @@ private:
     OutputFile& m_file;
     int m_linesPerBlock;
     bool m_failed = false;
+    std::string m_cause;
 
     std::vector<unsigned char> m_header;          // as received, until it is whole
     std::unique_ptr<ExrScanlineLayout> m_layout;  // set once the header is whole

@@ -100,7 +100,7 @@ std::string FileWriting::failure() {
     if (const int refusal = m_byName ? m_file.growthRefusal() : 0; refusal != 0) {
         return text + ": " + std::strerror(refusal);
     }
-    const std::string zipCause = m_zip != nullptr ? m_zip->error() : std::string();
+    const std::string zipCause = m_zip != nullptr ? m_zip->cause() : std::string();
     if (!zipCause.empty()) {
         return text + ": " + zipCause;
     }
