@@ -34,7 +34,7 @@ class FileWriting {
 public:
     /// Why `output` (null when OpenImageIO has no writer for the name) cannot write a file
     /// whose writes are checked: "no image format is known for its name", or a writer without
-    /// proxy support (sgi, heif, fits, ico, rla, zfile). Empty when it can.
+    /// proxy support (sgi, heif, fits, ico, rla, term, zfile). Empty when it can.
     static std::string refusal(const OIIO::ImageOutput* output);
 
     /// Writes `file` (the target's name) with `output`, a writer of its type.

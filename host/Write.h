@@ -69,7 +69,7 @@ public:
 
     /// Why files of the type `filename`'s name asks for cannot be written: "no image format
     /// is known for its name", or OpenImageIO's writer of the type cannot have its writes
-    /// checked (sgi, heif, fits, ico, rla, zfile). Empty when they can.
+    /// checked (sgi, heif, fits, ico, rla, term, zfile). Empty when they can.
     static std::string refusal(const std::string& filename);
     /// The compressions of the file type `filename`'s name asks for, as "zip[:1-9]" (a name,
     /// and the levels it may take after a colon); empty when the type offers no choice.
