@@ -1,7 +1,6 @@
 // --fixnan: repairing or refusing input samples that are not finite numbers.
 #include "apps/NonFiniteInput.h"
 
-#include <algorithm>
 #include <cassert>
 #include <iostream>
 
@@ -84,19 +83,7 @@ void RepairedInput::engine(int y, int x, int r, const host::ChannelSet& channels
     }
     const host::Box& box = info().box();
     assert(y >= box.y && y < box.t && x >= box.x && r <= box.r);
-    const ImageBuffer& pixels = input->pixels;
-    const float* line = pixels.data + std::ptrdiff_t(y - box.y) * pixels.stride;
-    int plane = 0;
-    for (host::Channel z : input->planes) {
-        if (channels.contains(z)) {
-            copyPlaneToRow(line, pixels.channels, plane, x - box.x, r - box.x,
-                           row.writable(z) + box.x);
-        }
-        ++plane;
-    }
-    for (host::Channel z : channels - input->planes) {
-        std::fill(row.writable(z) + x, row.writable(z) + r, 0.0f);
-    }
+    serveRow(input->pixels, input->planes, box, y, x, r, channels, row);
     if (y == box.t - 1) {
         std::scoped_lock lock(m_mutex);
         m_repaired.reset();

@@ -1,9 +1,6 @@
 // The Quorblen node: registration, knobs, validation, and the cached whole-image engine.
 #include "node/Quorblen.h"
 
-#include <algorithm>
-#include <cassert>
-
 #include "host/OpWrapper.h"
 #include "image/RowCopy.h"
 #include "tv/TvUpscale.h"
@@ -141,21 +138,7 @@ void Quorblen::engine(int y, int x, int r, const host::ChannelSet& channels, hos
         return;
     }
     // The cache holds the box: its row 0 and column 0 are the box's top left corner.
-    const host::Box& box = info().box();
-    assert(y >= box.y && y < box.t && x >= box.x && r <= box.r);
-    const float* line =
-        outputBuffer.data + static_cast<std::ptrdiff_t>(y - box.y) * outputBuffer.stride;
-    int plane = 0;
-    for (host::Channel z : cachedPlanes) {
-        if (channels.contains(z)) {
-            copyPlaneToRow(line, outputBuffer.channels, plane, x - box.x, r - box.x,
-                           row.writable(z) + box.x);
-        }
-        ++plane;
-    }
-    for (host::Channel z : channels - cachedPlanes) {
-        std::fill(row.writable(z) + x, row.writable(z) + r, 0.0f);
-    }
+    serveRow(outputBuffer, cachedPlanes, info().box(), y, x, r, channels, row);
 }
 
 }  // namespace quorblen

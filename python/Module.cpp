@@ -98,15 +98,8 @@ py::array readRawArray(const std::filesystem::path& path) {
 
 void writeRawArray(const std::filesystem::path& path, const py::object& image) {
     const ImageBuffer pixels = imageFromArray(image, "image");
-    errno = 0;
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out.is_open()) {
-        raiseFileError(errno, path);
-    }
-    writeRaw(out, &pixels);
-    out.close();
-    if (out.fail()) {
-        raiseFileError(errno, path);
+    if (const int error = saveRaw(path.c_str(), pixels); error != 0) {
+        raiseFileError(error, path);
     }
 }
 
@@ -196,7 +189,9 @@ PYBIND11_MODULE(quorblen, m) {
            "path: a str or os.PathLike.\n"
            "image: " +
            std::string(imageArrayHelp) +
-           "Raises TypeError or ValueError for the image as upscale does, OSError when the file\n"
-           "cannot be written.")
+           "The file is whole or absent: the samples go to a temporary file beside it, which\n"
+           "replaces it once every byte is on disk.\n"
+           "Raises TypeError or ValueError for the image as upscale does, OSError naming the\n"
+           "file when it cannot be written (a missing folder, a full disk, ...).")
               .c_str());
 }

@@ -3,6 +3,7 @@ import ast
 import logging
 import os
 import subprocess
+import sys
 import warnings
 
 import numpy as np
@@ -214,3 +215,18 @@ def test_the_stub_gives_the_modules_signatures_and_defaults():
     assert np.array_equal(quorblen.upscale(IMAGE, **defaults("upscale")), quorblen.upscale(IMAGE))
     assert np.array_equal(quorblen.inpaint(IMAGE, MASK, **defaults("inpaint")),
                           quorblen.inpaint(IMAGE, MASK))
+
+
+def test_write_raw_on_a_full_disk_raises_and_leaves_nothing(tmp_path):
+    # A disk that fills: a file size limit on a child interpreter, SIGXFSZ ignored.
+    script = ("import resource, signal, sys\n"
+              "import numpy as np, quorblen\n"
+              "signal.signal(signal.SIGXFSZ, signal.SIG_IGN)\n"
+              "resource.setrlimit(resource.RLIMIT_FSIZE, (4096, 4096))\n"
+              "quorblen.write_raw(sys.argv[1], np.zeros((64, 64, 3), np.float32))\n")
+    target = tmp_path / "p.raw"
+    child = subprocess.run([sys.executable, "-c", script, target], capture_output=True, text=True)
+    assert child.returncode == 1
+    error = child.stderr.splitlines()[-1]
+    assert error.startswith("OSError") and "File too large" in error and str(target) in error
+    assert list(tmp_path.iterdir()) == []
