@@ -38,7 +38,10 @@ void describeInpaintDefaults(std::ostream& out) {
     }
     out << "        The exemplar methods (texture to fallback) copy colours of known pixels\n"
            "        within --search-radius of a hole pixel; a pixel farther from every known\n"
-           "        pixel keeps the first guess, the colour of its nearest known pixel.\n";
+           "        pixel keeps the first guess, the colour of its nearest known pixel.\n"
+           "        patchmatch searches the whole window around the hole (--window) at every\n"
+           "        scale of a pyramid: the method for holes where a whole object must go.\n"
+           "        For thin holes (wires, scratches, text) texture keeps more detail.\n";
     out << "        (The library's dual TV driver method is the upscaler's 2x solver: it keeps\n"
            "        every 2x2 block mean of its first guess and cannot fill a hole, so it is\n"
            "        not offered here; the upscale command uses that solver.)\n"

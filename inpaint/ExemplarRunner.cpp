@@ -26,7 +26,8 @@ constexpr InpaintRecipe exemplarRecipes[] = {
 /// max(1, patchRadius) from a hole pixel, and needs every hole pixel at least 2 (energy and
 /// total-variation stencils) and patchRadius inside its image: the margin gives both, so the
 /// passes see every donor the whole image offers.
-int exemplarMargin(const RecipeOptions& options) {
+int exemplarMargin(const RecipeOptions& options, const Region& /*holeBox*/, int /*width*/,
+                   int /*height*/) {
     return options.searchRadius + std::max(2, options.patchRadius);
 }
 

@@ -17,7 +17,8 @@ namespace {
 using detail::RecipeRunner;
 
 /// Every family of recipes; each recipe belongs to exactly one.
-const RecipeRunner* const runners[] = {&detail::diffusionRunner, &detail::exemplarRunner};
+const RecipeRunner* const runners[] = {&detail::diffusionRunner, &detail::exemplarRunner,
+                                       &detail::patchMatchRunner};
 
 const RecipeRunner& runnerOf(InpaintRecipe recipe) {
     const auto runs = [&](const RecipeRunner* runner) {
@@ -109,7 +110,9 @@ ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer
         *std::find_if(recipes.begin(), recipes.end(),
                       [&](const RecipeInfo& entry) { return entry.recipe == options.recipe; });
     const RecipeRunner& runner = runnerOf(options.recipe);
-    const Region region = holeRegion(hole, image.width, image.height, runner.margin(options));
+    const Region box = holeRegion(hole, image.width, image.height, 0);
+    const int margin = runner.margin(options, box, image.width, image.height);
+    const Region region{box.x0 - margin, box.y0 - margin, box.x1 + margin, box.y1 + margin};
     const ImageBuffer start = firstGuessWorkingImage(image, alphaPlane, hole, region);
     // No step could diffuse, nor any comparison judge, a known colour that is not a number.
     const double range = knownRange(start, "the image");

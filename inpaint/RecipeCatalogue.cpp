@@ -15,7 +15,8 @@ constexpr RecipeInfo recipeTable[] = {
     {InpaintRecipe::Elastica, "elastica",
      "Euler's-elastica flow: continues level lines smoothly into the hole (slower)"},
     {InpaintRecipe::Texture, "texture",
-     "copies the centres of best-matching patches, from the hole's edge inwards: texture"},
+     "copies the centres of best-matching patches, from the hole's edge inwards: texture; "
+     "thin holes (wires, scratches, text)"},
     {InpaintRecipe::TextureTV, "texture-tv",
      "copies the nearby known colour that leaves the image locally smoothest (fast)"},
     {InpaintRecipe::ElasticaTexture, "elastica-texture",
@@ -28,6 +29,9 @@ constexpr RecipeInfo recipeTable[] = {
      "texture drawing on up to three images (--source2, --source3)"},
     {InpaintRecipe::Fallback, "fallback",
      "multi-source; without a near-exact patch match, the known colour of least energy"},
+    {InpaintRecipe::PatchMatch, "patchmatch",
+     "coarse-to-fine patch match over the hole's surroundings: object-sized holes (a whole "
+     "object to remove)"},
 };
 
 constexpr RecipeParameter parameterTable[] = {
@@ -47,7 +51,8 @@ constexpr RecipeParameter parameterTable[] = {
      &RecipeOptions::passes, 1, 100, false},
     {"search-radius", "exemplar methods: half-width of the square searched for donors, in pixels",
      &RecipeOptions::searchRadius, 1, 100, false},
-    {"patch-radius", "exemplar methods that compare patches: their half-width, in pixels",
+    {"patch-radius",
+     "exemplar methods that compare patches, and patchmatch: their half-width, in pixels",
      &RecipeOptions::patchRadius, 1, 20, false},
     {"curvature-weight",
      "elastica-texture, texture-elastica, weighted-elastica, fallback: weight b of the "
@@ -57,6 +62,16 @@ constexpr RecipeParameter parameterTable[] = {
      "elastica-texture, weighted-elastica: weight of the patch distance (a mean squared "
      "colour difference) against the energy",
      &RecipeOptions::patchWeight, 0, HUGE_VAL, false},
+    {"levels",
+     "patchmatch: most pyramid levels, the full resolution included (0: halve until the hole "
+     "is at most four patch radii deep)",
+     &RecipeOptions::levels, 0, 16, false},
+    {"rounds", "patchmatch: rounds of search and vote per pyramid level", &RecipeOptions::rounds, 1,
+     100, false},
+    {"window",
+     "patchmatch: margin of known surroundings searched for matches around the hole's "
+     "bounding box, in multiples of its larger side",
+     &RecipeOptions::window, 0, 100, true},
     {"threads", "threads to run on, 0 for one per core; the result does not depend on it",
      &RecipeOptions::threads, 0, 1024, false},
 };
@@ -113,8 +128,15 @@ RecipeOptions recipeDefaults(InpaintRecipe recipe) {
     // the match lead and the energy settle near-ties.
     o.searchRadius = 32;
     o.patchRadius = 3;
+    // Patch match compares larger patches: they hold more of an object's shape.
+    if (recipe == InpaintRecipe::PatchMatch) {
+        o.patchRadius = 4;
+    }
     o.curvatureWeight = 1.0;
     o.patchWeight = 3000.0;
+    o.levels = 0;
+    o.rounds = 4;
+    o.window = 1.0;
     // Passes that score by elastica cost several times more; a second pass of theirs barely
     // changes a photo.
     o.passes = 3;

@@ -9,8 +9,9 @@
 
 namespace quorblen {
 
-/// A way of filling a hole: by diffusion (TV, Elastica) or by passes that copy colours of
-/// known pixels (the others).
+/// A way of filling a hole: by diffusion (TV, Elastica), by passes that copy colours of known
+/// pixels (Texture to Fallback; best for thin holes: wires, scratches, text), or by
+/// coarse-to-fine patch match (PatchMatch; best for object-sized holes).
 enum class InpaintRecipe {
     TV,
     Elastica,
@@ -20,7 +21,8 @@ enum class InpaintRecipe {
     TextureElastica,
     WeightedElastica,
     MultiSource,
-    Fallback
+    Fallback,
+    PatchMatch
 };
 
 /// A recipe's name (as the command line spells it) and what it does, in one line.
@@ -59,13 +61,21 @@ struct RecipeOptions {
     /// Exemplar recipes: half-width of the square of candidate donor pixels around a hole
     /// pixel, in pixels.
     int searchRadius;
-    /// Exemplar recipes: half-width of the compared patches, in pixels.
+    /// Exemplar and patch-match recipes: half-width of the compared patches, in pixels.
     int patchRadius;
     /// Elastica-scored recipes: weight b of the curvature in the energy (1 + b kappa^2) |grad u|
     /// (at least 0; 0 scores total variation alone).
     double curvatureWeight;
     /// Recipes that add a patch distance to the energy: its weight (at least 0).
     double patchWeight;
+    /// Patch match: the most pyramid levels, the full resolution included; 0 halves until the
+    /// hole is at most four patch radii deep.
+    int levels;
+    /// Patch match: rounds of search and vote per level (at least 1).
+    int rounds;
+    /// Patch match: the known surroundings searched for matches, as the margin around the
+    /// hole's bounding box in multiples of its larger side (above 0).
+    double window;
     /// Threads a recipe may run on (0: one per core). The result does not depend on it.
     int threads;
     /// Three-source recipes: the second and third source of donor colours, with the width,

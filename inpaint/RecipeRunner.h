@@ -55,10 +55,11 @@ struct RecipeJob {
 struct RecipeRunner {
     /// The recipes of the family; no other family runs them.
     std::span<const InpaintRecipe> recipes;
-    /// How far outside the hole's bounding box the working image reaches for `options`: the
-    /// margin every hole pixel must keep from the working image's edges for the preconditions
-    /// of the family's passes, and for them to reach every donor the image offers.
-    int (*margin)(const RecipeOptions& options);
+    /// How far outside the hole's bounding box `holeBox` (in an image of `width` x `height`)
+    /// the working image reaches for `options`: the margin every hole pixel must keep from the
+    /// working image's edges for the preconditions of the family's passes, and for them to
+    /// reach every donor they may use.
+    int (*margin)(const RecipeOptions& options, const Region& holeBox, int width, int height);
     /// Fills the hole of job.start and returns the working image filled. Throws
     /// std::invalid_argument for input only the family reads (its sources), and
     /// std::runtime_error when the fill fails.
@@ -70,5 +71,8 @@ extern const RecipeRunner diffusionRunner;
 
 /// The exemplar recipes: passes that copy colours of known pixels.
 extern const RecipeRunner exemplarRunner;
+
+/// Coarse-to-fine patch match.
+extern const RecipeRunner patchMatchRunner;
 
 }  // namespace quorblen::detail

@@ -14,7 +14,7 @@ import quorblen
 PROGRAM = os.environ.get("QUORBLEN_PROGRAM", "quorblen")
 DATA = os.environ.get("QUORBLEN_DATA", os.path.join(os.path.dirname(__file__), "../../data"))
 METHODS = ["tv", "elastica", "texture", "texture-tv", "elastica-texture", "texture-elastica",
-           "weighted-elastica", "multi-source", "fallback"]
+           "weighted-elastica", "multi-source", "fallback", "patchmatch"]
 
 
 def run(*args, check=True):

@@ -107,6 +107,11 @@ TEST(InpaintRecipe, RefusesBadInput) {
         {image, holeMask(), with([](RecipeOptions& o) { o.patchRadius = 21; }), "patch-radius"},
         {image, holeMask(), with([](RecipeOptions& o) { o.epsilon = 0.0; }),
          "epsilon must be above 0"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.levels = 17; }),
+         "levels must be at least 0 and at most 16, not 17"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.rounds = 0; }), "rounds"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.window = 0.0; }),
+         "window must be above 0"},
         {image, holeMask(), with([&](RecipeOptions& o) { o.source2 = &other; }),
          "source2 is 48 x 40 x 1 but the image is 48 x 40 x 3"},
         {image, holeMask(), with([&](RecipeOptions& o) {
