@@ -11,6 +11,7 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FillProgress.h"
 #include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
 #include "apps/Rendering.h"
@@ -223,10 +224,15 @@ std::optional<std::string> inpaintFile(Settings settings) {
     }
 
     const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
-    try {
-        input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::clog);
-    } catch (const std::invalid_argument& e) {
-        throw CommandError(settings.input + ": " + e.what());
+    {
+        FillProgress progress;
+        settings.options.progress = &progress;
+        try {
+            input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options,
+                                    progress.log(), &progress.out());
+        } catch (const std::invalid_argument& e) {
+            throw CommandError(settings.input + ": " + e.what());
+        }
     }
 
     InterruptGuard interruptGuard;

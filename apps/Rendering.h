@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 
 #include "host/Render.h"
@@ -26,6 +27,20 @@ public:
     InterruptGuard& operator=(const InterruptGuard&) = delete;
 
     static const std::atomic<bool>& flag();
+};
+
+/// Whether a progress display on standard error is worth drawing yet: standard error is a
+/// terminal and half a second has passed since the object was made.
+class DisplayDelay {
+public:
+    DisplayDelay();
+    bool due() const;
+    /// Seconds since the object was made.
+    double elapsed() const;
+
+private:
+    bool m_terminal;
+    std::chrono::steady_clock::time_point m_start;
 };
 
 /// A progress bar on std::clog (standard error, unless -q silences it), shown only when

@@ -98,7 +98,11 @@ ImageBuffer diffuse(const RecipeJob& job) {
     DiffusionRun run(job.start, work, method, options.lambda, options.epsilon, timeStep,
                      job.colourChannels, options.threads);
     const auto samples = [&] { return changingSamples(work, run.pixels(), job.colourChannels); };
+    // Each start takes the share of the fill that the ones before it left.
+    std::string stage = name;
+    double done = 0.0;
     for (int backOffs = 0;; ++backOffs) {
+        const int reportEvery = std::max(1, iterations / 100);
         int it = 0;
         double norm = 0.0;
         bool diverged = false;
@@ -109,6 +113,9 @@ ImageBuffer diffuse(const RecipeJob& job) {
             }
             norm = run.iterate();
             ++it;
+            if (it % reportEvery == 0) {
+                job.report(stage, done + (1.0 - done) * it / iterations);
+            }
             diverged = !(norm <= limit);
             // TV iterations are fixed-point sweeps, one unit of flow time each.
             const double flowTime = method == Elastica ? timeStep : 1.0;
@@ -133,8 +140,10 @@ ImageBuffer diffuse(const RecipeJob& job) {
                 (method == Elastica ? " even at time step " + std::to_string(timeStep) : "") +
                 "; try a larger epsilon");
         }
+        done += (1.0 - done) * it / iterations;
         timeStep /= 2;
         iterations = std::min(iterations, std::numeric_limits<int>::max() / 2) * 2;
+        stage = std::string(name) + ": time step " + std::to_string(timeStep);
         job.log << name << ": unstable after " << it
                 << " iterations; starting again from the first guess with time step " << timeStep
                 << "\n";

@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "image/ImageBuffer.h"
+#include "inpaint/RecipeProgress.h"
 
 namespace quorblen {
 
@@ -73,6 +74,8 @@ struct RecipeOptions {
     /// The mask holds for every source: its pixels in the hole donate nothing.
     const ImageBuffer* source2;
     const ImageBuffer* source3;
+    /// Who hears how far the fill has got; null: nobody.
+    RecipeProgress* progress;
 };
 
 /// The defaults of `recipe`.

@@ -4,6 +4,7 @@
 
 #include <iosfwd>
 #include <span>
+#include <string_view>
 
 #include "image/ImageBuffer.h"
 #include "inpaint/FirstGuess.h"
@@ -34,6 +35,13 @@ struct RecipeJob {
     /// that it lines up with it.
     ImageBuffer cut(const ImageBuffer& image) const {
         return firstGuessWorkingImage(image, alphaPlane, hole, region);
+    }
+
+    /// Tells options.progress, if any, that `fraction` of the fill is done, in `stage`.
+    void report(std::string_view stage, double fraction) const {
+        if (options.progress != nullptr) {
+            options.progress->update(stage, fraction);
+        }
     }
 };
 

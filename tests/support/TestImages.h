@@ -54,6 +54,13 @@ struct ProgramRun {
 ProgramRun runQuorblen(const std::vector<std::string>& args,
                        const std::filesystem::path& workingDir);
 
+/// Runs the built quorblen program with `args` in folder `workingDir` on a pseudo-terminal, as
+/// at a terminal, and sends it Ctrl-C (SIGINT) once the terminal shows `cue`. Returns the exit
+/// code and, in `out`, all the terminal showed; fails the test when the cue or the end does
+/// not come within five minutes, a safety net only.
+ProgramRun interruptAtCue(const std::vector<std::string>& args,
+                          const std::filesystem::path& workingDir, const std::string& cue);
+
 /// Where a file's pixels lie and what else it says about them.
 struct FileLayout {
     host::Box dataWindow;                           // empty when writing: (0, 0, width, height)
