@@ -131,6 +131,11 @@ Settings parseSettings(const Arguments& arguments) {
     return settings;
 }
 
+/// How the command reads and writes files: on the recipe's threads.
+host::RenderOptions fileOptions(const Settings& settings) {
+    return renderOptions(threadCount(settings.options.threads), nullptr);
+}
+
 /// The plane of `image` that holds alpha; -1 when it has none.
 int alphaPlane(const LoadedImage& image) {
     if (!image.channels.contains(host::Chan_Alpha)) {
@@ -162,7 +167,7 @@ ImageBuffer readHole(const Settings& settings, const LoadedImage& input) {
         }
         planes.push_back(alphaPlane(input));
     } else {
-        mask = readImageFile(settings.mask, renderOptions(1, nullptr));
+        mask = readImageFile(settings.mask, fileOptions(settings));
         checkSameSize(mask, settings.mask, input, settings.input);
         for (int plane = 0; plane < mask.pixels.channels; ++plane) {
             if (plane != alphaPlane(mask)) {
@@ -186,8 +191,8 @@ ImageBuffer readHole(const Settings& settings, const LoadedImage& input) {
 /// The donor image `path` in the layout of `input`: each of input's channels taken from the
 /// same channel of the file or, for a channel it lacks, from its first channel.
 ImageBuffer readSource(const std::string& path, const LoadedImage& input,
-                       const std::string& inputPath) {
-    const LoadedImage source = readImageFile(path, renderOptions(1, nullptr));
+                       const std::string& inputPath, const host::RenderOptions& options) {
+    const LoadedImage source = readImageFile(path, options);
     checkSameSize(source, path, input, inputPath);
     ImageBuffer pixels(input.pixels.width, input.pixels.height, input.pixels.channels);
     int plane = 0;
@@ -212,13 +217,14 @@ ImageBuffer readSource(const std::string& path, const LoadedImage& input,
 /// Fills the hole of the files `settings` names; the frame work of the inpaint command.
 std::optional<std::string> inpaintFile(Settings settings) {
     checkWritableImagePath(settings.output);
-    LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
+    LoadedImage input = readImageFile(settings.input, fileOptions(settings));
     const ImageBuffer hole = readHole(settings, input);
     ImageBuffer sources[2];
     const ImageBuffer** sourceFields[2] = {&settings.options.source2, &settings.options.source3};
     for (int k = 0; k < 2; ++k) {
         if (!settings.sources[k].empty()) {
-            sources[k] = readSource(settings.sources[k], input, settings.input);
+            sources[k] =
+                readSource(settings.sources[k], input, settings.input, fileOptions(settings));
             *sourceFields[k] = &sources[k];
         }
     }
@@ -236,7 +242,7 @@ std::optional<std::string> inpaintFile(Settings settings) {
     }
 
     InterruptGuard interruptGuard;
-    if (!writeImageFile(input, settings.output, settings.choices, renderOptions(1, nullptr))) {
+    if (!writeImageFile(input, settings.output, settings.choices, fileOptions(settings))) {
         return std::nullopt;
     }
     if (holePixels == 0) {

@@ -4,10 +4,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/timer/progress_display.hpp>
 #include <chrono>
 #include <iostream>
 #include <optional>
+#include <thread>
 
 #include "apps/CommandLine.h"
 
@@ -95,6 +97,10 @@ void TerminalProgress::update(double fraction) {
     if (target > d.bar->count() && d.bar->count() < Display::steps) {
         *d.bar += std::min(target, Display::steps) - d.bar->count();
     }
+}
+
+int threadCount(int threads) {
+    return threads > 0 ? threads : int(std::max(1u, std::thread::hardware_concurrency()));
 }
 
 host::RenderOptions renderOptions(int threads, host::ProgressSink* progress) {

@@ -56,6 +56,9 @@ private:
     std::unique_ptr<Display> m_display;
 };
 
+/// `threads`, or one per core for 0.
+int threadCount(int threads);
+
 /// Render options for a command: `threads` threads, the interrupt flag of InterruptGuard and,
 /// when given, a progress sink.
 host::RenderOptions renderOptions(int threads, host::ProgressSink* progress);

@@ -40,10 +40,6 @@ std::unique_ptr<host::Op> createOp(const char* className, host::Node& node) {
     return op;
 }
 
-int defaultThreads() {
-    return std::max(1u, std::thread::hardware_concurrency());
-}
-
 }  // namespace
 
 void describeUpscaleKnobs(std::ostream& out) {
@@ -131,7 +127,7 @@ int runUpscale(const std::vector<std::string>& args) {
     arguments.intValue("--iterations", 1, 1, 1000000);
     arguments.doubleValue("--lambda", 0.0, 0.0, 1e30);
     arguments.doubleValue("--a", 1.0, MinimumRegularization, 1e30);
-    const int threads = arguments.intValue("--threads", defaultThreads(), 1, 1024);
+    const int threads = arguments.intValue("--threads", threadCount(0), 1, 1024);
 
     const bool sample = arguments.positional().empty();
     if (!sample && arguments.positional().size() != 2) {
