@@ -97,7 +97,11 @@ ImageBuffer diffuse(const RecipeJob& job) {
     const double limit = job.colourRange;
     DiffusionRun run(job.start, work, method, options.lambda, options.epsilon, timeStep,
                      job.colourChannels, options.threads);
-    const auto samples = [&] { return changingSamples(work, run.pixels(), job.colourChannels); };
+    // The iterations leave the working image behind; it is brought up to date only to be read.
+    const auto samples = [&] {
+        run.writeWork();
+        return changingSamples(work, run.pixels(), job.colourChannels);
+    };
     // Each start takes the share of the fill that the ones before it left.
     std::string stage = name;
     double done = 0.0;
@@ -111,7 +115,7 @@ ImageBuffer diffuse(const RecipeJob& job) {
             if (it >= iterations - 2) {
                 recent[it - (iterations - 2)] = samples();
             }
-            norm = run.iterate();
+            norm = run.iterate(false);
             ++it;
             if (it % reportEvery == 0) {
                 job.report(stage, done + (1.0 - done) * it / iterations);

@@ -138,9 +138,9 @@ DiffusionRun::DiffusionRun(const ImageBuffer& mask, ImageBuffer& work, int metho
 
 DiffusionRun::~DiffusionRun() = default;
 
-double DiffusionRun::iterate() {
+double DiffusionRun::iterate(bool writeWork) {
     if (m_sweep) {
-        return m_sweep->iterate(m_timeStep);
+        return m_sweep->iterate(m_timeStep, writeWork);
     }
     if (m_method == DualTV) {
         // The step rewrites its estimate in place. Scratch equals the working image at the
@@ -153,6 +153,12 @@ double DiffusionRun::iterate() {
         m_work = m_scratch;
     }
     return 0.0;
+}
+
+void DiffusionRun::writeWork() {
+    if (m_sweep) {
+        m_sweep->writeWork();
+    }
 }
 
 void DiffusionRun::restart(const ImageBuffer& start, double timeStep) {

@@ -44,8 +44,13 @@ public:
 
     /// One iteration on the colour channels, each reading only the previous iteration's
     /// values. Returns the iteration's largest change (always 0 for DualTV); a NaN change
-    /// never enters it. The DigitalTV and Elastica steps change only the listed pixels.
-    double iterate();
+    /// never enters it. The DigitalTV and Elastica steps change only the listed pixels, and
+    /// with `writeWork` false leave `work` as it was until writeWork() or the next iteration
+    /// that writes it: the run holds their values.
+    double iterate(bool writeWork = true);
+
+    /// Writes the last iteration's values into `work`, where iterations left it behind.
+    void writeWork();
 
     /// Starts again from `start` (which must have the size and channels of the working image)
     /// with a new time step.

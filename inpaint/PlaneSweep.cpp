@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cstdlib>
 #include <new>
 #include <utility>
 
@@ -19,10 +20,13 @@ PlaneSweep::PlaneSweep(const SweepKernels& kernels, const PixelList& pixels, con
       m_lambda(lambda),
       m_epsilon(epsilon),
       m_colourChannels(colourChannels),
+      m_pixels(pixels),
       m_groups(laneGroups(pixels, work.width)),
       m_band(method == Elastica ? laneGroups(band, work.width) : std::vector<LaneGroup>()),
+      m_rows(rowSpans()),
       m_team(threads),
-      m_largest(std::size_t(m_team.size())) {
+      m_parts(partRows(threads)),
+      m_largest(std::size_t(threads)) {
     assert(method == DigitalTV || method == Elastica);
     assert(work.channels > 3 && work.stride == work.width * work.channels);
     for (std::vector<Plane>& values : m_values) {
@@ -31,8 +35,9 @@ PlaneSweep::PlaneSweep(const SweepKernels& kernels, const PixelList& pixels, con
         }
     }
     if (method == Elastica) {
-        // Written at band pixels only, so they stay 0 wherever else the sweep reads them.
-        for (int k = 0; k < 3 * colourChannels; ++k) {
+        // Written at band pixels only, so they stay 0 wherever else the sweep reads them. Each
+        // part has its own, so that no part waits for another's.
+        for (int k = 0; k < 3 * threads; ++k) {
             m_fields.push_back(clearedPlane());
         }
     }
@@ -83,47 +88,124 @@ void PlaneSweep::load() {
     }
 }
 
-std::pair<std::size_t, std::size_t> PlaneSweep::slice(const std::vector<LaneGroup>& groups,
-                                                      int part) const {
-    const std::size_t parts = std::size_t(m_team.size());
-    return {groups.size() * std::size_t(part) / parts,
-            groups.size() * std::size_t(part + 1) / parts};
+std::vector<PlaneSweep::RowSpan> PlaneSweep::rowSpans() const {
+    const std::ptrdiff_t width = m_work.width;
+    const auto rowOf = [&](const std::vector<LaneGroup>& groups, std::size_t i) {
+        return i < groups.size() ? groups[i].pixel[0] / width : std::ptrdiff_t(-1);
+    };
+    // Both lists run from the bottom row up: merge them row by row.
+    std::vector<RowSpan> rows;
+    std::size_t g = 0;
+    std::size_t b = 0;
+    while (g < m_groups.size() || b < m_band.size()) {
+        RowSpan row{std::max(rowOf(m_groups, g), rowOf(m_band, b)), g, g, b, b};
+        while (rowOf(m_groups, row.groupsEnd) == row.y) {
+            ++row.groupsEnd;
+        }
+        while (rowOf(m_band, row.bandEnd) == row.y) {
+            ++row.bandEnd;
+        }
+        g = row.groupsEnd;
+        b = row.bandEnd;
+        rows.push_back(row);
+    }
+    return rows;
 }
 
-double PlaneSweep::iterate(double timeStep) {
+std::vector<std::size_t> PlaneSweep::partRows(int parts) const {
+    const auto work = [](const RowSpan& row) {
+        return (row.groupsEnd - row.groups) + (row.bandEnd - row.band);
+    };
+    std::size_t total = 0;
+    for (const RowSpan& row : m_rows) {
+        total += work(row);
+    }
+    std::vector<std::size_t> bounds{0};
+    std::size_t done = 0;
+    for (std::size_t r = 0; r < m_rows.size(); ++r) {
+        done += work(m_rows[r]);
+        if (int(bounds.size()) < parts && done * std::size_t(parts) >= total * bounds.size()) {
+            bounds.push_back(r + 1);
+        }
+    }
+    bounds.resize(std::size_t(parts) + 1, m_rows.size());
+    return bounds;
+}
+
+double PlaneSweep::elasticaPart(int part, double timeStep, const SweepPlane& plane) {
+    const double eps2 = squaredInFloat(m_epsilon);
+    const FieldPlanes fields{m_fields[3 * part].get(), m_fields[3 * part + 1].get(),
+                             m_fields[3 * part + 2].get()};
+    const auto makeFields = [&](std::size_t r) {
+        const RowSpan& row = m_rows[r];
+        m_kernels.elasticaFields(m_band.data() + row.band, row.bandEnd - row.band, plane, eps2,
+                                 fields);
+    };
+    // The rows next to a row, when any holds band pixels, lie next to it in the list.
+    const auto adjacent = [&](std::size_t r, std::size_t s) {
+        return s < m_rows.size() && std::abs(m_rows[s].y - m_rows[r].y) == 1;
+    };
+    const std::size_t first = m_parts[part];
+    const std::size_t last = m_parts[part + 1];
+    if (first == last) {
+        return 0.0;
+    }
+    if (first > 0 && adjacent(first, first - 1)) {
+        makeFields(first - 1);
+    }
+    double largest = 0.0;
+    std::size_t made = first;  // the next row whose fields are to be made
+    for (std::size_t r = first; r < last; ++r) {
+        // Row r's own fields wait here when the row before it lies apart.
+        if (made == r) {
+            makeFields(made++);
+        }
+        if (made == r + 1 && adjacent(r, r + 1)) {
+            makeFields(made++);
+        }
+        const RowSpan& row = m_rows[r];
+        largest = std::max(largest, m_kernels.elasticaSweep(m_groups.data() + row.groups,
+                                                            row.groupsEnd - row.groups, plane,
+                                                            fields, m_epsilon, timeStep));
+    }
+    return largest;
+}
+
+void PlaneSweep::writeWork() {
+    for (const PixelEntry& p : m_pixels) {
+        const std::ptrdiff_t i = std::ptrdiff_t(p.y) * m_work.width + p.x;
+        for (int c = 0; c < m_colourChannels; ++c) {
+            m_work.data[i * m_work.channels + c] = m_values[m_current][c][i];
+        }
+    }
+}
+
+double PlaneSweep::iterate(double timeStep, bool writeWork) {
     const double eps2 = squaredInFloat(m_epsilon);
     const std::vector<Plane>& u = m_values[m_current];
     const std::vector<Plane>& v = m_values[1 - m_current];
     const auto plane = [&](int c) {
-        return SweepPlane{u[c].get(), v[c].get(), m_work.data + c, m_work.channels, m_work.width};
+        return SweepPlane{u[c].get(), v[c].get(), writeWork ? m_work.data + c : nullptr,
+                          m_work.channels, m_work.width};
     };
-    const auto fields = [&](int c) {
-        return FieldPlanes{m_fields[3 * c].get(), m_fields[3 * c + 1].get(),
-                           m_fields[3 * c + 2].get()};
-    };
-    // Every part reads only the last iteration's planes and writes its own pixels; the largest
-    // change is a maximum, the same in any order.
+    // Every part reads only the last iteration's planes and its own fields, and writes its own
+    // rows' pixels; the largest change is a maximum, the same in any order.
     m_team.run([&](int part) {
-        const auto [first, last] = slice(m_groups, part);
         double largest = 0.0;
-        if (m_method == DigitalTV) {
-            for (int c = 0; c < m_colourChannels; ++c) {
-                largest =
-                    std::max(largest, m_kernels.tvSweep(m_groups.data() + first, last - first,
-                                                        m_selfWeights.data() + first * GroupLanes,
-                                                        plane(c), eps2));
+        for (int c = 0; c < m_colourChannels; ++c) {
+            if (m_method == Elastica) {
+                largest = std::max(largest, elasticaPart(part, timeStep, plane(c)));
+                continue;
             }
-        } else {
-            const auto [bandFirst, bandLast] = slice(m_band, part);
-            // A channel's sweep follows its fields while they are still in cache; the next
-            // channel's fields go to planes of their own, so only the sweep waits for them.
-            for (int c = 0; c < m_colourChannels; ++c) {
-                m_kernels.elasticaFields(m_band.data() + bandFirst, bandLast - bandFirst, plane(c),
-                                         eps2, fields(c));
-                m_team.sync();
+            const std::size_t firstRow = m_parts[part];
+            const std::size_t lastRow = m_parts[part + 1];
+            if (firstRow < lastRow) {
+                // The part's rows hold a run of groups.
+                const std::size_t first = m_rows[firstRow].groups;
                 largest = std::max(
-                    largest, m_kernels.elasticaSweep(m_groups.data() + first, last - first,
-                                                     plane(c), fields(c), m_epsilon, timeStep));
+                    largest, m_kernels.tvSweep(
+                                 m_groups.data() + first, m_rows[lastRow - 1].groupsEnd - first,
+                                 m_selfWeights.data() + first * GroupLanes, plane(c), eps2));
             }
         }
         m_largest[std::size_t(part)] = largest;

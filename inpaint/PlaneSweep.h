@@ -16,9 +16,9 @@ namespace quorblen::detail {
 /// Jacobi iterations of tvInpaintStep (DigitalTV) or elasticaInpaintStep (Elastica) on colour
 /// channels 0 .. colourChannels-1 of `work`, with the bits of the steps on every thread count
 /// and instruction set. Each channel is copied once into planes (one float per pixel, touched
-/// only around the listed and band pixels), which the iterations read and write in turn; each
-/// iteration also writes its new values into `work`, which it never reads. Holds references to
-/// the lists and `work`, which must outlive it.
+/// only around the listed and band pixels), which the iterations read and write in turn; an
+/// iteration may also write its new values into `work`, which it never reads. Holds references
+/// to the lists and `work`, which must outlive it.
 class PlaneSweep {
 public:
     /// Preconditions: those of the steps (every listed and band pixel interior, epsilon > 0),
@@ -31,8 +31,12 @@ public:
     /// Takes the state from `work` again: its colour around the listed pixels and its alpha.
     void load();
 
-    /// One iteration; returns its largest change, into which a NaN change never enters.
-    double iterate(double timeStep);
+    /// One iteration; returns its largest change, into which a NaN change never enters. With
+    /// `writeWork`, the new values also go to `work`.
+    double iterate(double timeStep, bool writeWork);
+
+    /// Writes the last iteration's values into `work`.
+    void writeWork();
 
 private:
     struct FreeFloats {
@@ -41,8 +45,20 @@ private:
     using Plane = std::unique_ptr<float[], FreeFloats>;
     /// A plane of the image's size cleared to 0, whose pages the system provides on first use.
     Plane clearedPlane() const;
-    /// The plane's slice of `groups` for part `part` of the team.
-    std::pair<std::size_t, std::size_t> slice(const std::vector<LaneGroup>& groups, int part) const;
+
+    /// The groups and band groups of one row, as ranges of m_groups and m_band.
+    struct RowSpan {
+        std::ptrdiff_t y;
+        std::size_t groups, groupsEnd;
+        std::size_t band, bandEnd;
+    };
+    /// The rows holding listed or band pixels, in list order (bottom up).
+    std::vector<RowSpan> rowSpans() const;
+    /// The rows of each part: parts[t] .. parts[t + 1] - 1, with about as many groups each.
+    std::vector<std::size_t> partRows(int parts) const;
+    /// Part `part`'s elastica step on one channel: the fields of its rows and the rows next to
+    /// them, each row a row ahead of the sweep that reads it, into the part's own planes.
+    double elasticaPart(int part, double timeStep, const SweepPlane& plane);
 
     const SweepKernels& m_kernels;
     ImageBuffer& m_work;
@@ -50,14 +66,17 @@ private:
     double m_lambda;
     double m_epsilon;
     int m_colourChannels;
+    const PixelList& m_pixels;
     std::vector<LaneGroup> m_groups;
-    std::vector<LaneGroup> m_band;     // Elastica only
+    std::vector<LaneGroup> m_band;  // Elastica only
+    std::vector<RowSpan> m_rows;
     std::vector<float> m_selfWeights;  // DigitalTV: lambda * (1 - alpha) per lane, as float
     std::vector<Plane> m_values[2];    // per channel: the last iteration's, and the next one's
     int m_current = 0;                 // which of m_values holds the last iteration's
-    std::vector<Plane> m_fields;       // Elastica: G, K and KG per channel
     ThreadTeam m_team;
-    std::vector<double> m_largest;  // per part of the team
+    std::vector<std::size_t> m_parts;  // the rows of each part of the team
+    std::vector<Plane> m_fields;       // Elastica: G, K and KG of each part
+    std::vector<double> m_largest;     // per part
 };
 
 }  // namespace quorblen::detail

@@ -27,7 +27,8 @@ std::vector<LaneGroup> laneGroups(const BandList& list, int width);
 
 /// One colour plane of a diffusion step: the values `u` of the previous iteration, the plane
 /// `v` the step writes its group pixels to, and the interleaved image that receives them too,
-/// at out[(y * width + x) * outStep]. Planes hold one float per pixel, row after row.
+/// at out[(y * width + x) * outStep] (null: none). Planes hold one float per pixel, row after
+/// row.
 struct SweepPlane {
     const float* u;
     float* v;

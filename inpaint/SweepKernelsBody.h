@@ -129,7 +129,9 @@ template <class Lanes, bool Row>
     typename Lanes::Doubles largest) {
     const Floats rounded = Lanes::narrow(unew);
     storeLanes<Row>(plane.v, 1, pixel, rounded);
-    storeLanes<Row>(plane.out, plane.outStep, pixel, rounded);
+    if (plane.out != nullptr) {
+        storeLanes<Row>(plane.out, plane.outStep, pixel, rounded);
+    }
     return Lanes::max(Lanes::abs(Lanes::sub(Lanes::widen(u0), unew)), largest);
 }
 

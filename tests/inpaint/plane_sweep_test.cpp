@@ -12,20 +12,26 @@
 namespace quorblen {
 namespace {
 
-/// A noisy image whose alpha holds a block, runs of one to nine pixels (the vector groups'
-/// tails), partly known pixels and a run along the interior's left edge.
+/// A noisy image whose alpha holds a block with partly known pixels beside it, then, past two
+/// empty rows, runs of one to six pixels one apart (the vector groups' tails) and a column along
+/// the interior's left edge.
 ImageBuffer holeImage() {
     std::mt19937 rng(11);
     std::uniform_real_distribution<float> value(0.0f, 1.0f);
-    return test::makeImage(31, 19, 5, [&](int x, int y, int c) {
+    return test::makeImage(31, 24, 5, [&](int x, int y, int c) {
         const bool block = x >= 9 && x < 20 && y >= 4 && y < 11;
-        const bool run = y == 14 && x >= 2 && x < 2 + (x % 10);
-        const bool edge = x == 1 && y >= 2 && y < 8;
+        const bool partly = x < 8 && y >= 2 && y < 11 && (x * 7 + y) % 5 == 0;
+        bool run = false;
+        for (int length = 1; length <= 6; ++length) {
+            const int start = 3 + (length - 1) * (length + 2) / 2;
+            run = run || (y == 17 && x >= start && x < start + length);
+        }
+        const bool edge = x == 1 && y >= 15 && y < 21;
         const float draw = value(rng);
         if (c != 3) {
             return draw;
         }
-        return block || run || edge ? 1.0f : (x * 7 + y) % 13 == 0 ? 0.5f : 0.0f;
+        return block || run || edge ? 1.0f : partly ? 0.5f : 0.0f;
     });
 }
 
@@ -69,9 +75,12 @@ TEST(PlaneSweep, GivesTheScalarStepsBitsOnEveryThreadCountAndInstructionSet) {
                 const BandList band = bandPixels(work);
                 detail::PlaneSweep sweep(*kernels, pixels, band, work, method, 5.0,
                                          method == DigitalTV ? 0.05 : 0.1, 3, threads);
-                for (const double norm : norms) {
-                    EXPECT_EQ(sweep.iterate(0.02), norm);
+                // Iterations that leave `work` behind catch up in writeWork.
+                for (std::size_t it = 0; it < norms.size(); ++it) {
+                    EXPECT_EQ(sweep.iterate(0.02, it % 2 == 0), norms[it]);
                 }
+                EXPECT_FALSE(test::sameImage(work, expected));
+                sweep.writeWork();
                 EXPECT_TRUE(test::sameImage(work, expected));
             }
         }
