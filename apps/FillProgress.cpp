@@ -11,20 +11,22 @@ namespace {
 /// Characters of the bar between its brackets.
 constexpr int BarWidth = 30;
 
-/// "about 12 s left", "about 3 min left" at the pace from `first` (of a fill that had `first`
-/// done `elapsed` seconds ago) to `fraction`, or nothing while too little is done to tell.
-std::string timeLeft(double elapsed, double first, double fraction) {
+/// The seconds left at the pace from `first` (of a fill that had `first` done `elapsed` seconds
+/// ago) to `fraction`, rounded up; -1 while too little is done to tell.
+int secondsLeft(double elapsed, double first, double fraction) {
     if (fraction - first < 0.01 || fraction >= 1.0) {
+        return -1;
+    }
+    return int(std::ceil(elapsed * (1.0 - fraction) / (fraction - first)));
+}
+
+/// "  about 12 s left", "  about 3 min left", or nothing for -1.
+std::string timeLeft(int seconds) {
+    if (seconds < 0) {
         return "";
     }
-    const double seconds = elapsed * (1.0 - fraction) / (fraction - first);
-    std::ostringstream text;
-    if (seconds < 120.0) {
-        text << "  about " << std::ceil(seconds) << " s left";
-    } else {
-        text << "  about " << std::ceil(seconds / 60.0) << " min left";
-    }
-    return text.str();
+    return seconds < 120 ? "  about " + std::to_string(seconds) + " s left"
+                         : "  about " + std::to_string((seconds + 59) / 60) + " min left";
 }
 
 }  // namespace
@@ -48,15 +50,20 @@ void FillProgress::update(std::string_view stage, double fraction) {
     if (!m_delay.due()) {
         return;
     }
+    // Most reports change nothing on the line; those cost no more than this comparison.
+    const int percent = int(fraction * 100.0);
+    const int left = secondsLeft(std::chrono::duration<double>(now - m_first->first).count(),
+                                 m_first->second, fraction);
+    if (!m_drawn.empty() && stage == m_shown.stage && percent == m_shown.percent &&
+        left == m_shown.left) {
+        return;
+    }
+    m_shown = {std::string(stage), percent, left};
     const int filled = int(fraction * BarWidth);
     std::ostringstream line;
     line << stage << " [" << std::string(std::size_t(filled), '#')
-         << std::string(std::size_t(BarWidth - filled), ' ') << "] " << int(fraction * 100.0) << "%"
-         << timeLeft(std::chrono::duration<double>(now - m_first->first).count(), m_first->second,
-                     fraction);
-    if (line.str() == m_drawn) {
-        return;
-    }
+         << std::string(std::size_t(BarWidth - filled), ' ') << "] " << percent << "%"
+         << timeLeft(left);
     // Spaces cover what a longer line before left.
     const std::size_t cover =
         m_drawn.size() > line.str().size() ? m_drawn.size() - line.str().size() : 0;

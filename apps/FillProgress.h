@@ -54,6 +54,13 @@ private:
     DisplayDelay m_delay;
     // When the first report came, and its fraction.
     std::optional<std::pair<std::chrono::steady_clock::time_point, double>> m_first;
+    /// What the line shows: the stage, the percentage and the seconds left (-1: unknown).
+    struct Shown {
+        std::string stage;
+        int percent;
+        int left;
+    };
+    Shown m_shown;
     std::string m_drawn;  // the line on the terminal; empty: none
     ErasingBuffer m_logBuffer;
     ErasingBuffer m_outBuffer;

@@ -106,7 +106,8 @@ ImageBuffer diffuse(const RecipeJob& job) {
     std::string stage = name;
     double done = 0.0;
     for (int backOffs = 0;; ++backOffs) {
-        const int reportEvery = std::max(1, iterations / 100);
+        // Every thousandth of the iterations, and every 16 when there are many.
+        const int reportEvery = std::clamp(iterations / 1000, 1, 16);
         int it = 0;
         double norm = 0.0;
         bool diverged = false;

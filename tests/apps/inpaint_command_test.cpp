@@ -156,7 +156,7 @@ TEST(InpaintCommand, RefusesBadInputsWithOneLine) {
         sameImage(readFileImage(dir.path() / "out.png").pixels, readFileImage(photo).pixels));
 }
 
-// A long fill shows its stage, a bar and the time left on the terminal; Ctrl-C stops it.
+// A long fill shows its stage and a bar on the terminal; Ctrl-C stops it.
 TEST(InpaintCommand, ShowsItsProgressOnATerminal) {
     ScratchDir dir;
     const ImageBuffer photo = readFileImage(sourcePath("data/coffee.png")).pixels;
@@ -170,8 +170,7 @@ TEST(InpaintCommand, ShowsItsProgressOnATerminal) {
         {"Y"}, "uint8");
     const ProgramRun run = interruptAtCue({"inpaint", "in.png", "out.png", "--mask", "mask.png",
                                            "--iterations", "1000000", "--tolerance", "0"},
-                                          dir.path(), " s left");
-    EXPECT_NE(run.out.find("tv ["), std::string::npos) << run.out;
+                                          dir.path(), "tv [");
     EXPECT_NE(run.out.find("quorblen: interrupted"), std::string::npos) << run.out;
     EXPECT_EQ(run.exitCode, 130);
     EXPECT_FALSE(std::filesystem::exists(dir.path() / "out.png"));
