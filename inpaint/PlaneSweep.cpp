@@ -6,11 +6,11 @@
 #include <cassert>
 #include <cstdlib>
 #include <new>
-#include <utility>
 
 #include "inpaint/KernelSupport.h"
 
 namespace quorblen::detail {
+
 PlaneSweep::PlaneSweep(const SweepKernels& kernels, const PixelList& pixels, const BandList& band,
                        ImageBuffer& work, int method, double lambda, double epsilon,
                        int colourChannels, int threads)

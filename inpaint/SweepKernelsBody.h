@@ -20,7 +20,8 @@ namespace {
 // floats to Doubles), narrow (back, rounded to float) and largest (the greatest lane).
 using Floats = __m128;
 
-// The helpers run per group; always inlined, so that their samples stay in registers.
+// The helpers run per group; always inlined, so that their samples stay in registers, and the
+// loops over the four edges unrolled, so that each edge's offsets and orientation are fixed.
 
 /// The neighbour and transverse offsets, copied at compile time out of the shared tables.
 struct OffsetTable {
