@@ -1,8 +1,6 @@
 // Image files read for one frame of a run, kept for the next.
 #include "apps/FrameCache.h"
 
-#include "apps/Rendering.h"
-
 namespace quorblen::app {
 
 std::shared_ptr<const LoadedImage> FrameCache::read(const std::string& path) {
@@ -10,10 +8,9 @@ std::shared_ptr<const LoadedImage> FrameCache::read(const std::string& path) {
         return found->second;
     }
     const auto kept = m_previous.find(path);
-    auto image =
-        kept != m_previous.end()
-            ? kept->second
-            : std::make_shared<const LoadedImage>(readImageFile(path, renderOptions(1, nullptr)));
+    auto image = kept != m_previous.end()
+                     ? kept->second
+                     : std::make_shared<const LoadedImage>(readImageFile(path, m_options));
     m_current.emplace(path, image);
     return image;
 }

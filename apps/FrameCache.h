@@ -14,6 +14,9 @@ namespace quorblen::app {
 /// with the frames before and after it.
 class FrameCache {
 public:
+    /// Files are read with `options` (threads, interrupt).
+    explicit FrameCache(const host::RenderOptions& options) : m_options(options) {}
+
     /// The file `path`: the copy this frame or the previous one read, or else read with
     /// readImageFile. Throws CommandError as readImageFile does.
     std::shared_ptr<const LoadedImage> read(const std::string& path);
@@ -22,6 +25,7 @@ public:
     void nextFrame();
 
 private:
+    host::RenderOptions m_options;
     std::map<std::string, std::shared_ptr<const LoadedImage>> m_previous;
     std::map<std::string, std::shared_ptr<const LoadedImage>> m_current;
 };

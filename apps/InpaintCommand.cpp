@@ -12,6 +12,7 @@
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FillProgress.h"
 #include "apps/FrameCache.h"
 #include "apps/FrameLoop.h"
 #include "apps/FrameSequence.h"
@@ -161,6 +162,11 @@ Settings parseSettings(const Arguments& arguments) {
     return settings;
 }
 
+/// How the command reads and writes files: on the recipe's threads.
+host::RenderOptions fileOptions(const Settings& settings) {
+    return renderOptions(threadCount(settings.options.threads), nullptr);
+}
+
 /// The plane of `image` that holds alpha; -1 when it has none.
 int alphaPlane(const LoadedImage& image) {
     if (!image.channels.contains(host::Chan_Alpha)) {
@@ -294,14 +300,19 @@ std::optional<std::string> inpaintFile(Settings settings, FrameCache& cache) {
     }
 
     const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
-    try {
-        input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options, std::clog);
-    } catch (const std::invalid_argument& e) {
-        throw CommandError(settings.input + ": " + e.what());
+    {
+        FillProgress progress;
+        settings.options.progress = &progress;
+        try {
+            input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options,
+                                    progress.log(), &progress.out());
+        } catch (const std::invalid_argument& e) {
+            throw CommandError(settings.input + ": " + e.what());
+        }
     }
 
     InterruptGuard interruptGuard;
-    if (!writeImageFile(input, settings.output, settings.choices, renderOptions(1, nullptr))) {
+    if (!writeImageFile(input, settings.output, settings.choices, fileOptions(settings))) {
         return std::nullopt;
     }
     if (holePixels == 0) {
@@ -323,7 +334,7 @@ int runInpaint(const std::vector<std::string>& args) {
     for (const std::string* name : settings.files()) {
         names.push_back(*name);
     }
-    FrameCache cache;
+    FrameCache cache(fileOptions(settings));
     return runFrames("inpaint", arguments, names, [&](const Frame& frame) {
         Settings files = settings;
         for (std::string* name : files.files()) {

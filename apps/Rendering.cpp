@@ -4,10 +4,12 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/timer/progress_display.hpp>
 #include <chrono>
 #include <iostream>
 #include <optional>
+#include <thread>
 
 #include "apps/CommandLine.h"
 
@@ -65,10 +67,21 @@ const std::atomic<bool>& InterruptGuard::flag() {
     return interrupted;
 }
 
+DisplayDelay::DisplayDelay()
+    : m_terminal(isatty(STDERR_FILENO) != 0), m_start(std::chrono::steady_clock::now()) {}
+
+bool DisplayDelay::due() const {
+    // Short runs finish before a display would be worth drawing.
+    return m_terminal && elapsed() >= 0.5;
+}
+
+double DisplayDelay::elapsed() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+}
+
 struct TerminalProgress::Display {
     static constexpr unsigned long steps = 100;
-    bool terminal = isatty(STDERR_FILENO) != 0;
-    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    DisplayDelay delay;
     std::optional<boost::timer::progress_display> bar;
 };
 
@@ -78,12 +91,8 @@ TerminalProgress::~TerminalProgress() = default;
 
 void TerminalProgress::update(double fraction) {
     Display& d = *m_display;
-    if (!d.terminal) {
-        return;
-    }
     if (!d.bar) {
-        // Short renders finish before a bar would be worth drawing.
-        if (std::chrono::steady_clock::now() - d.start < std::chrono::milliseconds(500)) {
+        if (!d.delay.due()) {
             return;
         }
         d.bar.emplace(Display::steps, std::clog, "\n", "", "");
@@ -92,6 +101,10 @@ void TerminalProgress::update(double fraction) {
     if (target > d.bar->count() && d.bar->count() < Display::steps) {
         *d.bar += std::min(target, Display::steps) - d.bar->count();
     }
+}
+
+int threadCount(int threads) {
+    return threads > 0 ? threads : int(std::max(1u, std::thread::hardware_concurrency()));
 }
 
 host::RenderOptions renderOptions(int threads, host::ProgressSink* progress) {

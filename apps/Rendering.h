@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 
 #include "host/Render.h"
@@ -29,6 +30,20 @@ public:
     static const std::atomic<bool>& flag();
 };
 
+/// Whether a progress display on standard error is worth drawing yet: standard error is a
+/// terminal and half a second has passed since the object was made.
+class DisplayDelay {
+public:
+    DisplayDelay();
+    bool due() const;
+    /// Seconds since the object was made.
+    double elapsed() const;
+
+private:
+    bool m_terminal;
+    std::chrono::steady_clock::time_point m_start;
+};
+
 /// A progress bar on std::clog (standard error, unless -q silences it), shown only when
 /// standard error is a terminal and the render is still running after half a second.
 class TerminalProgress : public host::ProgressSink {
@@ -41,6 +56,9 @@ private:
     struct Display;
     std::unique_ptr<Display> m_display;
 };
+
+/// `threads`, or one per core for 0.
+int threadCount(int threads);
 
 /// Render options for a command: `threads` threads, the interrupt flag of InterruptGuard and,
 /// when given, a progress sink.

@@ -31,10 +31,6 @@ std::unique_ptr<host::Op> createOp(const char* className, host::Node& node) {
     return op;
 }
 
-int defaultThreads() {
-    return std::max(1u, std::thread::hardware_concurrency());
-}
-
 }  // namespace
 
 void describeUpscaleOptions(std::ostream& out) {
@@ -96,7 +92,7 @@ std::optional<std::string> upscaleFile(const std::string& input, const std::stri
         throw CommandError("the Quorblen node refuses the values of its knobs");
     }
 
-    const int threads = settings.options.threads > 0 ? settings.options.threads : defaultThreads();
+    const int threads = threadCount(settings.options.threads);
     {
         TerminalProgress progress;
         InterruptGuard interruptGuard;

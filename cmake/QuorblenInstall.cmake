@@ -15,7 +15,8 @@ foreach(dir host image tv node inpaint)
             FILES_MATCHING PATTERN "*.h" PATTERN "KernelSupport.h" EXCLUDE
             PATTERN "FillPixels.h" EXCLUDE PATTERN "CandidateSearch.h" EXCLUDE
             PATTERN "PassState.h" EXCLUDE PATTERN "FillOrder.h" EXCLUDE
-            PATTERN "RecipeRunner.h" EXCLUDE
+            PATTERN "RecipeRunner.h" EXCLUDE PATTERN "PlaneSweep.h" EXCLUDE
+            PATTERN "SweepKernels*.h" EXCLUDE PATTERN "ThreadTeam.h" EXCLUDE
             PATTERN "RowKernels*.h" EXCLUDE PATTERN "TvSweep.h" EXCLUDE
             PATTERN "OiioSupport.h" EXCLUDE PATTERN "OutputFileProxy.h" EXCLUDE
             PATTERN "ExrZipStream.h" EXCLUDE PATTERN "FileWriting.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)

@@ -1,11 +1,13 @@
 // The diffusion recipes (TV, elastica): iterations of the driver's steps until they settle, a
 // diverging elastica flow starting again with a shorter step.
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <limits>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "inpaint/Driver.h"
 #include "inpaint/RecipeRunner.h"
@@ -30,31 +32,50 @@ constexpr int MaxBackOffs = 6;
 /// and early iterations from the first guess at up to about 3.
 constexpr double ChatterSpeed = 4.0;
 
-bool allFinite(const ImageBuffer& image) {
-    return std::all_of(image.data,
-                       image.data + std::ptrdiff_t(image.width) * image.height * image.channels,
-                       [](float v) { return std::isfinite(v); });
+/// The samples the iterations change: channels 0 .. colourChannels-1 of the listed pixels of
+/// `work`, in list order. Every other sample keeps its value from the start, a finite number
+/// (knownRange checked the known colours, from which the first guess copied the others).
+std::vector<float> changingSamples(const ImageBuffer& work, const PixelList& pixels,
+                                   int colourChannels) {
+    std::vector<float> samples;
+    samples.reserve(pixels.size() * std::size_t(colourChannels));
+    for (const PixelEntry& p : pixels) {
+        const float* pixel = work.data + std::ptrdiff_t(p.y) * work.stride + p.x * work.channels;
+        samples.insert(samples.end(), pixel, pixel + colourChannels);
+    }
+    return samples;
+}
+
+bool allFinite(const std::vector<float>& samples) {
+    return std::all_of(samples.begin(), samples.end(), [](float v) { return std::isfinite(v); });
 }
 
 /// Whether the sample that moved most from `b` to `c`, by more than `fast`, had moved the
 /// other way, by at least half as much, from `a` to `b`: three successive states of a flow
 /// that chatters around its values instead of settling, as an explicit step too long for the
-/// image does.
-bool chatters(const ImageBuffer& a, const ImageBuffer& b, const ImageBuffer& c, int colourChannels,
-              double fast) {
+/// image does. The states are changingSamples of the working image; of samples that moved
+/// equally, the first in the image decides.
+bool chatters(const std::vector<float>& a, const std::vector<float>& b, const std::vector<float>& c,
+              const ImageBuffer& work, const PixelList& pixels, int colourChannels, double fast) {
     float largest = 0.0f;
     std::ptrdiff_t fastest = -1;
-    for (std::ptrdiff_t i = 0; i < std::ptrdiff_t(c.width) * c.height * c.channels; ++i) {
-        if (i % c.channels < colourChannels && std::fabs(c.data[i] - b.data[i]) > largest) {
-            largest = std::fabs(c.data[i] - b.data[i]);
-            fastest = i;
+    std::ptrdiff_t fastestIndex = 0;  // in the image
+    for (std::size_t i = 0; i < c.size(); ++i) {
+        const PixelEntry& p = pixels[i / std::size_t(colourChannels)];
+        const std::ptrdiff_t index = std::ptrdiff_t(p.y) * work.stride + p.x * work.channels +
+                                     std::ptrdiff_t(i % std::size_t(colourChannels));
+        const float moved = std::fabs(c[i] - b[i]);
+        if (moved > largest || (fastest >= 0 && moved == largest && index < fastestIndex)) {
+            largest = moved;
+            fastest = std::ptrdiff_t(i);
+            fastestIndex = index;
         }
     }
     if (fastest < 0 || largest <= fast) {
         return false;
     }
-    const float last = c.data[fastest] - b.data[fastest];
-    const float before = b.data[fastest] - a.data[fastest];
+    const float last = c[fastest] - b[fastest];
+    const float before = b[fastest] - a[fastest];
     return last * before < 0.0f && std::fabs(before) > 0.5f * std::fabs(last);
 }
 
@@ -67,23 +88,40 @@ ImageBuffer diffuse(const RecipeJob& job) {
     const RecipeOptions& options = job.options;
     const int method = options.recipe == InpaintRecipe::Elastica ? Elastica : DigitalTV;
     const char* name = job.name;
+    assert(std::all_of(
+        job.start.data,
+        job.start.data + std::ptrdiff_t(job.start.width) * job.start.height * job.start.channels,
+        [](float v) { return std::isfinite(v); }));
     ImageBuffer work(job.start);
     double timeStep = options.timeStep;
     int iterations = options.iterations;
     const double limit = job.colourRange;
     DiffusionRun run(job.start, work, method, options.lambda, options.epsilon, timeStep,
-                     job.colourChannels);
+                     job.colourChannels, options.threads);
+    // The iterations leave the working image behind; it is brought up to date only to be read.
+    const auto samples = [&] {
+        run.writeWork();
+        return changingSamples(work, run.pixels(), job.colourChannels);
+    };
+    // Each start takes the share of the fill that the ones before it left.
+    std::string stage = name;
+    double done = 0.0;
     for (int backOffs = 0;; ++backOffs) {
+        // Every thousandth of the iterations, and every 16 when there are many.
+        const int reportEvery = std::clamp(iterations / 1000, 1, 16);
         int it = 0;
         double norm = 0.0;
         bool diverged = false;
-        ImageBuffer recent[2];  // the states before the last two iterations
+        std::vector<float> recent[2];  // the states before the last two iterations
         while (it < iterations) {
             if (it >= iterations - 2) {
-                recent[it - (iterations - 2)] = work;
+                recent[it - (iterations - 2)] = samples();
             }
-            norm = run.iterate();
+            norm = run.iterate(false);
             ++it;
+            if (it % reportEvery == 0) {
+                job.report(stage, done + (1.0 - done) * it / iterations);
+            }
             diverged = !(norm <= limit);
             // TV iterations are fixed-point sweeps, one unit of flow time each.
             const double flowTime = method == Elastica ? timeStep : 1.0;
@@ -91,9 +129,10 @@ ImageBuffer diffuse(const RecipeJob& job) {
                 break;
             }
         }
-        diverged = diverged || !allFinite(work) ||
+        const std::vector<float> last = samples();
+        diverged = diverged || !allFinite(last) ||
                    (method == Elastica && it == iterations && iterations >= 2 &&
-                    chatters(recent[0], recent[1], work, job.colourChannels,
+                    chatters(recent[0], recent[1], last, work, run.pixels(), job.colourChannels,
                              ChatterSpeed * limit * timeStep));
         if (!diverged) {
             job.log << name << ": " << it << " iterations; largest change of the last " << norm
@@ -107,8 +146,10 @@ ImageBuffer diffuse(const RecipeJob& job) {
                 (method == Elastica ? " even at time step " + std::to_string(timeStep) : "") +
                 "; try a larger epsilon");
         }
+        done += (1.0 - done) * it / iterations;
         timeStep /= 2;
         iterations = std::min(iterations, std::numeric_limits<int>::max() / 2) * 2;
+        stage = std::string(name) + ": time step " + std::to_string(timeStep);
         job.log << name << ": unstable after " << it
                 << " iterations; starting again from the first guess with time step " << timeStep
                 << "\n";

@@ -11,10 +11,9 @@
 #include <boost/format.hpp>
 #include <boost/timer/progress_display.hpp>
 
-#include "inpaint/DiffusionKernels.h"
-#include "inpaint/KernelSupport.h"
 #include "inpaint/Measures.h"
-#include "inpaint/NearestPixel.h"
+#include "inpaint/PlaneSweep.h"
+#include "inpaint/ThreadTeam.h"
 #include "tv/Offsets.h"
 #include "tv/TvUpscale.h"
 
@@ -22,6 +21,9 @@ namespace quorblen {
 namespace {
 
 constexpr int AlphaChannel = 3;
+
+/// Pixels a thread takes at least: fewer are not worth waking it for.
+constexpr std::size_t PixelsPerThread = 256;
 
 /// Calls visit(x, y) for every interior pixel, rows from the bottom up and columns from the
 /// right to the left: the order of both lists.
@@ -39,29 +41,26 @@ float alphaAt(const ImageBuffer& mask, int x, int y) {
 }
 
 bool fullyUnknown(const ImageBuffer& mask, int x, int y) {
-    return approxEqual(alphaAt(mask, x, y), 1.0f);
+    // Alpha 0, the usual known pixel, is never approximately 1.
+    const float alpha = alphaAt(mask, x, y);
+    return alpha != 0.0f && approxEqual(alpha, 1.0f);
 }
 
-/// Whether the nearest fully unknown pixel of (x, y) is the pixel itself or a 4-neighbour.
+/// Whether the nearest fully unknown pixel of (x, y), as nearestPixelWithValue finds it from
+/// there, lies at a distance of at most 1.
 bool inBand(const ImageBuffer& mask, int x, int y) {
-    // Only the pixel and its 4-neighbours lie within distance 1, so when none of them is fully
-    // unknown the search cannot put the pixel in the band. Skipping it there gives the same
-    // band; the search alone scans up to the whole image per pixel, which made the lists cost
-    // minutes on a 512 x 512 photo.
+    // Only the pixel and its 4-neighbours lie within distance 1, and when one of them is fully
+    // unknown the search reports a match at that distance: a match on the pixel itself ends
+    // every scan at once; a matching 4-neighbour ends one of the four scans on it, or an
+    // earlier scan ended nearer still, so it lies in the window, where no match lies nearer
+    // than the pixel's own, and a squared distance of 1 is below width + height. Looking at
+    // the five pixels therefore gives the search's answer without the search, which scans up
+    // to the whole image per pixel.
     bool near = fullyUnknown(mask, x, y);
     for (const Offset& n : NeighbourOffsets) {
         near = near || fullyUnknown(mask, x + n.dx, y + n.dy);
     }
-    if (!near) {
-        return false;
-    }
-    // Two columns away: a search that reports no coordinates leaves the pixel out.
-    int nx = x + 2;
-    int ny = y;
-    nearestPixelWithValue(mask, AlphaChannel, x, y, nx, ny, 0, 1.0f);
-    const std::int64_t dx = std::int64_t(x) - nx;
-    const std::int64_t dy = std::int64_t(y) - ny;
-    return dx * dx + dy * dy <= 1;
+    return near;
 }
 
 /// The interior pixels for which belongs(x, y) holds, made by make(x, y), in list order.
@@ -100,8 +99,17 @@ PixelList unknownPixels(const ImageBuffer& mask) {
         });
 }
 
+BandList bandPixels(const ImageBuffer& mask) {
+    assert(mask.channels > AlphaChannel);
+    return collectInteriorPixels<PixelCoord>(
+        mask, [&](int x, int y) { return inBand(mask, x, y); },
+        [](int x, int y) {
+            return PixelCoord{x, y};
+        });
+}
+
 DiffusionRun::DiffusionRun(const ImageBuffer& mask, ImageBuffer& work, int method, double lambda,
-                           double epsilon, double timeStep, int colourChannels)
+                           double epsilon, double timeStep, int colourChannels, int threads)
     : m_mask(mask),
       m_work(work),
       m_method(method),
@@ -109,75 +117,61 @@ DiffusionRun::DiffusionRun(const ImageBuffer& mask, ImageBuffer& work, int metho
       m_epsilon(epsilon),
       m_timeStep(timeStep),
       m_colourChannels(colourChannels),
-      m_pixels(unknownPixels(mask)),
-      m_band(collectInteriorPixels<PixelCoord>(
-          mask, [&](int x, int y) { return inBand(mask, x, y); },
-          [](int x, int y) {
-              return PixelCoord{x, y};
-          })),
-      m_scratch(work),
-      m_dual(work.width, work.height, 2) {
+      m_pixels(unknownPixels(mask)) {
     assert(mask.channels > AlphaChannel && work.channels > AlphaChannel);
     assert(mask.width == work.width && mask.height == work.height);
     assert(colourChannels >= 1 && colourChannels <= 3);
-    // The solver step's planes are cleared, as nothing else writes them.
-    std::fill_n(m_dual.data, std::size_t(m_dual.width) * m_dual.height * m_dual.channels, 0.0f);
     if (method == Elastica) {
-        m_fields = std::make_unique<detail::ElasticaFields>(work);
+        m_band = bandPixels(mask);
+    }
+    if (method == DigitalTV || method == Elastica) {
+        m_sweep = std::make_unique<detail::PlaneSweep>(
+            detail::fastestSweepKernels(), m_pixels, m_band, work, method, lambda, epsilon,
+            colourChannels, detail::threadsFor(threads, m_pixels.size(), PixelsPerThread));
+    } else if (method == DualTV) {
+        m_scratch = work;
+        // The solver step's planes are cleared, as nothing else writes them.
+        m_dual = ImageBuffer(work.width, work.height, 2);
+        std::fill_n(m_dual.data, std::size_t(m_dual.width) * m_dual.height * m_dual.channels, 0.0f);
     }
 }
 
 DiffusionRun::~DiffusionRun() = default;
 
-double DiffusionRun::iterate() {
-    double norm = 0.0;
-    for (int c = 0; c < m_colourChannels; ++c) {
-        double change = 0.0;
-        switch (m_method) {
-            case DigitalTV:
-                change = tvInpaintStep(m_mask, m_work, m_scratch, c, AlphaChannel, m_pixels,
-                                       m_lambda, m_epsilon);
-                break;
-            case DualTV:
-                // The step rewrites its estimate in place. Scratch equals the working image at
-                // the start of every iteration, so running it on scratch gives the same result
-                // and the copy below keeps it. Its return value stays out of the norm.
-                tvUpscaleStep(m_mask, m_scratch, m_dual, c, static_cast<float>(m_lambda),
-                              static_cast<float>(m_epsilon));
-                break;
-            case Elastica:
-                change = detail::elasticaInpaintStep(m_mask, m_work, m_scratch, c, AlphaChannel,
-                                                     m_pixels, m_band, m_lambda, m_epsilon,
-                                                     m_timeStep, *m_fields);
-                break;
-            default:
-                break;
-        }
-        // Written as a comparison so that a NaN change never enters the norm.
-        if (change > norm) {
-            norm = change;
-        }
+double DiffusionRun::iterate(bool writeWork) {
+    if (m_sweep) {
+        return m_sweep->iterate(m_timeStep, writeWork);
     }
     if (m_method == DualTV) {
-        m_work = m_scratch;
-    } else {
-        // The list-based steps write listed pixels only; copying those back is the same as
-        // copying the whole buffer, at a fraction of the cost when the hole is sparse.
-        for (const PixelEntry& p : m_pixels) {
-            const std::ptrdiff_t i = detail::sampleIndex(m_work, p.x, p.y, 0);
-            std::copy_n(m_scratch.data + i, m_colourChannels, m_work.data + i);
+        // The step rewrites its estimate in place. Scratch equals the working image at the
+        // start of every iteration, so running it on scratch gives the same result and the
+        // copy keeps it. Its return value stays out of the norm.
+        for (int c = 0; c < m_colourChannels; ++c) {
+            tvUpscaleStep(m_mask, m_scratch, m_dual, c, static_cast<float>(m_lambda),
+                          static_cast<float>(m_epsilon));
         }
+        m_work = m_scratch;
     }
-    return norm;
+    return 0.0;
+}
+
+void DiffusionRun::writeWork() {
+    if (m_sweep) {
+        m_sweep->writeWork();
+    }
 }
 
 void DiffusionRun::restart(const ImageBuffer& start, double timeStep) {
     assert(start.width == m_work.width && start.height == m_work.height &&
            start.channels == m_work.channels);
     m_work = start;
-    m_scratch = start;
     m_timeStep = timeStep;
-    std::fill_n(m_dual.data, std::size_t(m_dual.width) * m_dual.height * m_dual.channels, 0.0f);
+    if (m_sweep) {
+        m_sweep->load();
+    } else if (m_method == DualTV) {
+        m_scratch = start;
+        std::fill_n(m_dual.data, std::size_t(m_dual.width) * m_dual.height * m_dual.channels, 0.0f);
+    }
 }
 
 void inpaint(const ImageBuffer& mask, ImageBuffer& work, int iterations, bool dumpEveryIteration,

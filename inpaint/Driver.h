@@ -10,7 +10,7 @@
 namespace quorblen {
 
 namespace detail {
-struct ElasticaFields;
+class PlaneSweep;
 }
 
 /// The pixels the driver updates: those with alpha (channel 3) above 0 among the interior
@@ -19,27 +19,45 @@ struct ElasticaFields;
 /// Precondition: `mask` has at least 4 channels.
 PixelList unknownPixels(const ImageBuffer& mask);
 
+/// The pixels whose curvature the Elastica step computes: the interior pixels that are fully
+/// unknown (alpha approximately 1) or have a fully unknown 4-neighbour, in the order of
+/// unknownPixels.
+/// Precondition: `mask` has at least 4 channels.
+BandList bandPixels(const ImageBuffer& mask);
+
 /// Iterations of one diffusion step over lists built once: the driver's loop, for callers
 /// that decide for themselves when to stop. Holds references to `mask` and `work`, which must
-/// outlive it; the preconditions and methods are those of `inpaint`.
+/// outlive it; the preconditions and methods are those of `inpaint`. The DigitalTV and
+/// Elastica iterations run on vector kernels and threads, with the steps' bits on any thread
+/// count.
 class DiffusionRun {
 public:
     /// Builds the lists from `mask` and the step's buffers for `work`. Iterations update
-    /// channels 0 .. colourChannels-1 (1 to 3; the driver takes all three).
+    /// channels 0 .. colourChannels-1 (1 to 3; the driver takes all three) on up to `threads`
+    /// threads (0: one per core), the calling one among them. Throws std::bad_alloc, and
+    /// std::system_error when a thread cannot start.
     DiffusionRun(const ImageBuffer& mask, ImageBuffer& work, int method, double lambda,
-                 double epsilon, double timeStep, int colourChannels = 3);
+                 double epsilon, double timeStep, int colourChannels = 3, int threads = 1);
     ~DiffusionRun();
     DiffusionRun(const DiffusionRun&) = delete;
     DiffusionRun& operator=(const DiffusionRun&) = delete;
 
     /// One iteration on the colour channels, each reading only the previous iteration's
     /// values. Returns the iteration's largest change (always 0 for DualTV); a NaN change
-    /// never enters it.
-    double iterate();
+    /// never enters it. The DigitalTV and Elastica steps change only the listed pixels, and
+    /// with `writeWork` false leave `work` as it was until writeWork() or the next iteration
+    /// that writes it: the run holds their values.
+    double iterate(bool writeWork = true);
+
+    /// Writes the last iteration's values into `work`, where iterations left it behind.
+    void writeWork();
 
     /// Starts again from `start` (which must have the size and channels of the working image)
     /// with a new time step.
     void restart(const ImageBuffer& start, double timeStep);
+
+    /// The pixels the iterations update, in list order.
+    const PixelList& pixels() const { return m_pixels; }
 
 private:
     const ImageBuffer& m_mask;
@@ -50,10 +68,10 @@ private:
     double m_timeStep;
     int m_colourChannels;
     PixelList m_pixels;
-    BandList m_band;
-    ImageBuffer m_scratch;
-    ImageBuffer m_dual;  // the solver step's gradient and smoothing planes
-    std::unique_ptr<detail::ElasticaFields> m_fields;
+    BandList m_band;                              // Elastica only
+    ImageBuffer m_scratch;                        // DualTV only: the solver step's estimate
+    ImageBuffer m_dual;                           // DualTV only: its gradient and smoothing planes
+    std::unique_ptr<detail::PlaneSweep> m_sweep;  // DigitalTV and Elastica
 };
 
 /// Fills the unknown region of `work` by `iterations` Jacobi iterations of one diffusion step

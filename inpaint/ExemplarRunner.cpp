@@ -4,11 +4,13 @@
 #include <cassert>
 #include <ostream>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "inpaint/Driver.h"
 #include "inpaint/ElasticaTextureSynthesis.h"
 #include "inpaint/MultiSourceSynthesis.h"
+#include "inpaint/PassProgress.h"
 #include "inpaint/RecipeRunner.h"
 #include "inpaint/TextureElastica.h"
 #include "inpaint/TextureSynthesis.h"
@@ -147,8 +149,16 @@ ImageBuffer fillByPasses(const RecipeJob& job) {
                    "first guess\n";
     }
     for (int d = 0; d < options.passes; ++d) {
+        const std::string stage = std::string(job.name) + ": pass " + std::to_string(d + 1) +
+                                  " of " + std::to_string(options.passes);
+        const auto share = [&](double within) { return (d + within) / options.passes; };
+        job.report(stage, share(0.0));
+        // The passes that pick by priority say how far through their list they are.
+        const PassProgressScope progressScope(
+            [&](double within) { job.report(stage, share(within)); });
         ImageBuffer before(work);
         const double change = runPass({before, work, extras[0], extras[1], list}, options, d);
+        job.report(stage, share(1.0));
         job.log << job.name << ": pass " << d + 1 << " of " << options.passes
                 << "; largest colour change " << change << "\n";
     }

@@ -8,50 +8,61 @@
 
 namespace quorblen {
 
-ImageBuffer nearestKnownFill(const ImageBuffer& colour, const HoleFlags& hole) {
-    const int width = colour.width;
-    const int height = colour.height;
+std::vector<std::size_t> nearestKnownPixels(const HoleFlags& hole, int width, int height,
+                                            const Region& box) {
     assert(hole.size() == std::size_t(width) * height);
-    // Every pixel's donor index; the search grows from every known pixel at once, so each hole
-    // pixel takes the colour of the known pixel whose search reaches it first.
-    std::vector<int> source(hole.size(), -1);
-    std::vector<int> queue;
-    queue.reserve(hole.size());
-    for (std::size_t i = 0; i < hole.size(); ++i) {
-        if (!hole[i]) {
-            source[i] = int(i);
-            queue.push_back(int(i));
+    const int boxWidth = box.x1 - box.x0;
+    const auto local = [&](int x, int y) {
+        return std::size_t(y - box.y0) * boxWidth + (x - box.x0);
+    };
+    constexpr std::size_t None = ~std::size_t(0);
+    std::vector<std::size_t> source(std::size_t(boxWidth) * (box.y1 - box.y0), None);
+    // The search from every known pixel at once, in index order: a known pixel without a hole
+    // pixel beside it reaches nothing, so the queue starts with the others alone, which keeps
+    // the order in which the hole pixels are reached.
+    std::vector<std::size_t> queue;  // indices into the image
+    for (int y = box.y0; y < box.y1; ++y) {
+        for (int x = box.x0; x < box.x1; ++x) {
+            const std::size_t i = std::size_t(y) * width + x;
+            if (hole[i]) {
+                continue;
+            }
+            source[local(x, y)] = i;
+            const bool besideHole =
+                std::any_of(NeighbourOffsets.begin(), NeighbourOffsets.end(), [&](const Offset& n) {
+                    const int nx = x + n.dx;
+                    const int ny = y + n.dy;
+                    return nx >= 0 && nx < width && ny >= 0 && ny < height &&
+                           hole[std::size_t(ny) * width + nx];
+                });
+            if (besideHole) {
+                queue.push_back(i);
+            }
         }
     }
     assert(!queue.empty());
     for (std::size_t head = 0; head < queue.size(); ++head) {
-        const int i = queue[head];
-        const int x = i % width;
-        const int y = i / width;
+        const int x = int(queue[head] % std::size_t(width));
+        const int y = int(queue[head] / std::size_t(width));
         for (const Offset& n : NeighbourOffsets) {
             const int nx = x + n.dx;
             const int ny = y + n.dy;
-            if (nx >= 0 && nx < width && ny >= 0 && ny < height && source[ny * width + nx] < 0) {
-                source[ny * width + nx] = source[i];
-                queue.push_back(ny * width + nx);
+            if (nx >= 0 && nx < width && ny >= 0 && ny < height &&
+                hole[std::size_t(ny) * width + nx] && source[local(nx, ny)] == None) {
+                assert(nx >= box.x0 && nx < box.x1 && ny >= box.y0 && ny < box.y1);
+                source[local(nx, ny)] = source[local(x, y)];
+                queue.push_back(std::size_t(ny) * width + nx);
             }
         }
     }
-    ImageBuffer guess(colour);
-    for (std::size_t i = 0; i < hole.size(); ++i) {
-        std::copy_n(colour.data + std::size_t(source[i]) * colour.channels, colour.channels,
-                    guess.data + i * colour.channels);
-    }
-    return guess;
+    return source;
 }
 
 ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
                                    const Region& region) {
     // When every flagged pixel lies a pixel inside the region, the search runs over the
-    // region's part inside the image only: a hole pixel's colour comes from a known pixel next
-    // to the hole, which lies there too, and that part's known pixels enter the search in the
-    // order the whole image's would. The same first guess, at the cost of the region rather
-    // than of the image. (A source's own mask may flag pixels anywhere.)
+    // region's part inside the image only (nearestKnownPixels gives the same answer there as
+    // over the whole image). A source's own mask may flag pixels anywhere: then the whole image.
     const Region inner{region.x0 + 1, region.y0 + 1, region.x1 - 1, region.y1 - 1};
     bool within = true;
     for (int y = 0; y < image.height && within; ++y) {
@@ -60,26 +71,20 @@ ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, con
                      (x >= inner.x0 && x < inner.x1 && y >= inner.y0 && y < inner.y1);
         }
     }
-    const Region inside =
-        within ? Region{std::max(region.x0, 0), std::max(region.y0, 0),
-                        std::min(region.x1, image.width), std::min(region.y1, image.height)}
-               : Region{0, 0, image.width, image.height};
-    const int width = inside.x1 - inside.x0;
-    const int height = inside.y1 - inside.y0;
-    ImageBuffer part(width, height, image.channels);
-    HoleFlags partHole(std::size_t(width) * height);
-    for (int y = 0; y < height; ++y) {
-        std::copy_n(image.data + std::ptrdiff_t(y + inside.y0) * image.stride +
-                        std::ptrdiff_t(inside.x0) * image.channels,
-                    std::ptrdiff_t(width) * image.channels,
-                    part.data + std::ptrdiff_t(y) * part.stride);
-        std::copy_n(hole.begin() + std::ptrdiff_t(y + inside.y0) * image.width + inside.x0, width,
-                    partHole.begin() + std::ptrdiff_t(y) * width);
+    const Region inside = insideImage(region, image.width, image.height);
+    if (within) {
+        return cropWorkingImage(image, alphaPlane, hole, region,
+                                nearestKnownPixels(hole, image.width, image.height, inside));
     }
-    const Region shifted{region.x0 - inside.x0, region.y0 - inside.y0, region.x1 - inside.x0,
-                         region.y1 - inside.y0};
-    return cropWorkingImage(nearestKnownFill(colourPlanes(part, alphaPlane), partHole), partHole,
-                            shifted);
+    const std::vector<std::size_t> whole =
+        nearestKnownPixels(hole, image.width, image.height, {0, 0, image.width, image.height});
+    std::vector<std::size_t> colourOf;
+    colourOf.reserve(std::size_t(inside.x1 - inside.x0) * (inside.y1 - inside.y0));
+    for (int y = inside.y0; y < inside.y1; ++y) {
+        const auto row = whole.begin() + std::ptrdiff_t(y) * image.width;
+        colourOf.insert(colourOf.end(), row + inside.x0, row + inside.x1);
+    }
+    return cropWorkingImage(image, alphaPlane, hole, region, colourOf);
 }
 
 }  // namespace quorblen

@@ -46,32 +46,18 @@ float transverseDerivative(const detail::PlaneAt& f, int k) {
 
 }  // namespace
 
-double elasticaInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
-                           int c, int alphaChannel, const PixelList& pix_list,
-                           const BandList& band_list, double lambda, double epsilon,
-                           double timeStep) {
-    detail::ElasticaFields fields(current);
-    return detail::elasticaInpaintStep(mask, current, next, c, alphaChannel, pix_list, band_list,
-                                       lambda, epsilon, timeStep, fields);
-}
-
-detail::ElasticaFields::ElasticaFields(const ImageBuffer& like)
-    : gradient(clearedField(like)), curvature(clearedField(like)), product(clearedField(like)) {}
-
-double detail::elasticaInpaintStep(const ImageBuffer& /*mask*/, const ImageBuffer& current,
-                                   ImageBuffer& next, int c, int /*alphaChannel*/,
-                                   const PixelList& pix_list, const BandList& band_list,
-                                   double /*lambda*/, double epsilon, double timeStep,
-                                   ElasticaFields& fields) {
+double elasticaInpaintStep(const ImageBuffer& /*mask*/, const ImageBuffer& current,
+                           ImageBuffer& next, int c, int /*alphaChannel*/,
+                           const PixelList& pix_list, const BandList& band_list, double /*lambda*/,
+                           double epsilon, double timeStep) {
     assert(detail::sameLayout(current, next));
     assert(c >= 0 && c < current.channels);
-    assert(fields.gradient.width == current.width && fields.gradient.height == current.height);
     // The curvature regularises with epsilon squared; the flux norms and the final factor
     // take epsilon itself.
     const double eps2 = detail::squaredInFloat(epsilon);
-    ImageBuffer& gradientField = fields.gradient;
-    ImageBuffer& curvatureField = fields.curvature;
-    ImageBuffer& productField = fields.product;
+    ImageBuffer gradientField = clearedField(current);
+    ImageBuffer curvatureField = clearedField(current);
+    ImageBuffer productField = clearedField(current);
 
     for (const PixelCoord& p : band_list) {
         assert(detail::keepsMargin(current, p.x, p.y, 1));

@@ -131,22 +131,4 @@ inline double storeAndTrack(float& out, float u, double unew, double maxChange) 
     return std::max(maxChange, std::fabs(static_cast<double>(u) - unew));
 }
 
-/// The gradient magnitude, curvature and their product that the elastica step computes at
-/// band pixels, one sample per pixel, cleared to 0 when made. The step writes only band
-/// pixels, so fields kept for one band list stay 0 elsewhere and serve every later step over
-/// the same image size and band: the driver allocates them once per run, not per step.
-struct ElasticaFields {
-    explicit ElasticaFields(const ImageBuffer& like);
-    ImageBuffer gradient;
-    ImageBuffer curvature;
-    ImageBuffer product;
-};
-
-/// elasticaInpaintStep with fields made for `current`'s size and used before only with this
-/// band_list; gives the same samples as the public step, which makes fresh fields per call.
-double elasticaInpaintStep(const ImageBuffer& mask, const ImageBuffer& current, ImageBuffer& next,
-                           int c, int alphaChannel, const PixelList& pix_list,
-                           const BandList& band_list, double lambda, double epsilon,
-                           double timeStep, ElasticaFields& fields);
-
 }  // namespace quorblen::detail

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "inpaint/PassLog.h"
+#include "inpaint/PassProgress.h"
 #include "inpaint/Priority.h"
 
 namespace quorblen::detail {
@@ -16,17 +17,26 @@ void PassTally::report(const char* routine, std::size_t listSize) const {
 
 PassState::PassState(const ImageBuffer& image, const PixelList& list,
                      std::function<bool(float)> atLevel)
-    : m_image(image), m_consumed(nullptr), m_last(-1), m_order(image, list, std::move(atLevel)) {}
+    : m_image(image),
+      m_listSize(list.size()),
+      m_consumed(nullptr),
+      m_last(-1),
+      m_order(image, list, std::move(atLevel)) {}
 
 PassState::PassState(const ImageBuffer& image, PixelList& list)
     : m_image(image),
+      m_listSize(list.size()),
       m_consumed(&list),
       m_last(static_cast<std::int32_t>(list.size()) - 1),
       m_order(image, list) {}
 
 bool PassState::next(bool forward) {
     if (m_consumed == nullptr) {
-        return m_order.select(forward, x, y);
+        const bool picked = m_order.select(forward, x, y);
+        if (picked) {
+            passStepsDone(++m_picked, m_listSize);
+        }
+        return picked;
     }
     const std::uint32_t index = m_order.best(forward);
     if (index == NoPixel) {
@@ -40,6 +50,7 @@ bool PassState::next(bool forward) {
     std::swap(list[index], list[static_cast<std::size_t>(m_last)]);
     m_order.retire(index, static_cast<std::uint32_t>(m_last));
     --m_last;
+    passStepsDone(++m_picked, m_listSize);
     return true;
 }
 

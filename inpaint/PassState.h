@@ -51,7 +51,7 @@ public:
     /// Picks the next pixel into x and y, scanning from the list's front when `forward`.
     /// Consuming, it swaps the picked entry (tag and all) with the last active one. Returns
     /// false when nothing may be picked, changing nothing; a consuming pass then has
-    /// highestPriorityPixel report it on stderr.
+    /// highestPriorityPixel report it on stderr. Each pick counts towards passStepsDone.
     bool next(bool forward);
 
     /// Writes the alpha of the pixel being filled in `image`, the image the order reads.
@@ -70,6 +70,8 @@ public:
 
 private:
     const ImageBuffer& m_image;
+    std::size_t m_listSize;
+    std::size_t m_picked = 0;
     PixelList* m_consumed;  // the consuming pass's list; null when filling a level
     std::int32_t m_last;    // the last active entry of m_consumed
     FillOrder m_order;

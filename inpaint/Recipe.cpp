@@ -117,8 +117,10 @@ ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer
     // No step could diffuse, nor any comparison judge, a known colour that is not a number.
     const double range = knownRange(start, "the image");
     const PassLogScope passScope(passLines != nullptr ? *passLines : passLog());
-    const ImageBuffer work =
-        runner.fill({start, range, options, colourCount, info.name, log, alphaPlane, hole, region});
+    const detail::RecipeJob job{start, range,      options, colourCount, info.name,
+                                log,   alphaPlane, hole,    region};
+    const ImageBuffer work = runner.fill(job);
+    job.report(info.name, 1.0);
 
     ImageBuffer result(image);
     pasteHole(work, region, hole, result, alphaPlane);

@@ -6,6 +6,7 @@
 
 #include "image/ImageBuffer.h"
 #include "image/Parameter.h"
+#include "inpaint/RecipeProgress.h"
 
 namespace quorblen {
 
@@ -89,6 +90,8 @@ struct RecipeOptions {
     /// leave a pixel of it known.
     const ImageBuffer* source2Mask;
     const ImageBuffer* source3Mask;
+    /// Who hears how far the fill has got; null: nobody.
+    RecipeProgress* progress;
 };
 
 /// The defaults of `recipe`.

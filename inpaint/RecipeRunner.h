@@ -5,6 +5,7 @@
 #include <cassert>
 #include <iosfwd>
 #include <span>
+#include <string_view>
 
 #include "image/ImageBuffer.h"
 #include "inpaint/FirstGuess.h"
@@ -46,6 +47,13 @@ struct RecipeJob {
         // A copied colour that is not a number would poison every later comparison.
         knownRange(work, k == 0 ? "source2" : "source3");
         return work;
+    }
+
+    /// Tells options.progress, if any, that `fraction` of the fill is done, in `stage`.
+    void report(std::string_view stage, double fraction) const {
+        if (options.progress != nullptr) {
+            options.progress->update(stage, fraction);
+        }
     }
 };
 

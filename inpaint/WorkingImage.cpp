@@ -33,19 +33,6 @@ HoleFlags holeFlags(const ImageBuffer& mask) {
     return hole;
 }
 
-ImageBuffer colourPlanes(const ImageBuffer& image, int alphaPlane) {
-    const std::vector<int> planes = colourPlaneList(image.channels, alphaPlane);
-    ImageBuffer colour(image.width, image.height, 3);
-    const std::size_t pixels = std::size_t(image.width) * image.height;
-    for (std::size_t i = 0; i < pixels; ++i) {
-        for (int c = 0; c < 3; ++c) {
-            const int plane = planes[std::min<std::size_t>(c, planes.size() - 1)];
-            colour.data[i * 3 + c] = image.data[i * image.channels + plane];
-        }
-    }
-    return colour;
-}
-
 Region holeRegion(const HoleFlags& hole, int width, int height, int margin) {
     Region box{width, height, 0, 0};
     for (int y = 0; y < height; ++y) {
@@ -60,17 +47,30 @@ Region holeRegion(const HoleFlags& hole, int width, int height, int margin) {
     return {box.x0 - margin, box.y0 - margin, box.x1 + margin, box.y1 + margin};
 }
 
-ImageBuffer cropWorkingImage(const ImageBuffer& colour, const HoleFlags& hole,
-                             const Region& region) {
-    assert(colour.channels == 3);
+Region insideImage(const Region& region, int width, int height) {
+    return {std::max(region.x0, 0), std::max(region.y0, 0), std::min(region.x1, width),
+            std::min(region.y1, height)};
+}
+
+ImageBuffer cropWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
+                             const Region& region, const std::vector<std::size_t>& colourOf) {
+    const std::vector<int> planes = colourPlaneList(image.channels, alphaPlane);
+    const Region box = insideImage(region, image.width, image.height);
+    assert(colourOf.size() == std::size_t(box.x1 - box.x0) * (box.y1 - box.y0));
     ImageBuffer work(region.x1 - region.x0, region.y1 - region.y0, WorkChannels);
     for (int y = region.y0; y < region.y1; ++y) {
         for (int x = region.x0; x < region.x1; ++x) {
-            const int cx = std::clamp(x, 0, colour.width - 1);
-            const int cy = std::clamp(y, 0, colour.height - 1);
-            const std::size_t from = std::size_t(cy) * colour.width + cx;
+            const int cx = std::clamp(x, 0, image.width - 1);
+            const int cy = std::clamp(y, 0, image.height - 1);
+            const std::size_t from = std::size_t(cy) * image.width + cx;
+            const float* colour =
+                image.data +
+                colourOf[std::size_t(cy - box.y0) * (box.x1 - box.x0) + (cx - box.x0)] *
+                    image.channels;
             float* to = work.data + (y - region.y0) * work.stride + (x - region.x0) * WorkChannels;
-            std::copy_n(colour.data + from * 3, 3, to);
+            for (int c = 0; c < 3; ++c) {
+                to[c] = colour[planes[std::min<std::size_t>(c, planes.size() - 1)]];
+            }
             const bool inside = cx == x && cy == y;
             to[WorkAlpha] = inside && hole[from] ? 1.0f : 0.0f;
             to[WorkDonor] = inside && !hole[from] ? 0.0f : 1.0f;
@@ -101,8 +101,9 @@ void pasteHole(const ImageBuffer& work, const Region& region, const HoleFlags& h
                ImageBuffer& image, int alphaPlane) {
     const std::vector<int> planes = colourPlaneList(image.channels, alphaPlane);
     // The region may reach beyond the image; only its part inside can hold hole pixels.
-    for (int y = std::max(region.y0, 0); y < std::min(region.y1, image.height); ++y) {
-        for (int x = std::max(region.x0, 0); x < std::min(region.x1, image.width); ++x) {
+    const Region inside = insideImage(region, image.width, image.height);
+    for (int y = inside.y0; y < inside.y1; ++y) {
+        for (int x = inside.x0; x < inside.x1; ++x) {
             if (!hole[std::size_t(y) * image.width + x]) {
                 continue;
             }

@@ -27,21 +27,24 @@ struct Region {
 /// The flags of the pixels whose sample 0 in `mask` is not 0 (NaN included).
 HoleFlags holeFlags(const ImageBuffer& mask);
 
-/// The colour of `image` as 3 planes: every plane but `alphaPlane` (-1: none) in order, the
-/// last one repeated when there are fewer than 3 (a grey image gives three equal planes).
-/// Precondition: `image` has 1 to 3 planes besides its alpha.
-ImageBuffer colourPlanes(const ImageBuffer& image, int alphaPlane);
-
 /// The bounding box of the flagged pixels grown by `margin` on every side.
 /// Precondition: at least one pixel is flagged.
 Region holeRegion(const HoleFlags& hole, int width, int height, int margin);
 
-/// The working image of `region` (WorkChannels channels): colour from the 3-plane `colour`,
-/// alpha 1 at hole pixels and 0 elsewhere, the donor flag as described above. Pixels beyond
-/// the image repeat the colour of the nearest edge pixel and count as known but not as
-/// donors, so a hole touching the edge still lies inside the region with its margin.
-ImageBuffer cropWorkingImage(const ImageBuffer& colour, const HoleFlags& hole,
-                             const Region& region);
+/// The part of `region` inside an image of `width` x `height` pixels.
+Region insideImage(const Region& region, int width, int height);
+
+/// The working image of `region` (WorkChannels channels): alpha 1 at hole pixels and 0
+/// elsewhere, the donor flag as described above, and the colour of `image` taken for each
+/// pixel from the pixel `colourOf` names for it. `colourOf` holds an index y * width + x into
+/// `image` per pixel of insideImage(region), row by row. The colour is every plane but
+/// `alphaPlane` (-1: none) in order, the last one repeated when there are fewer than 3 (a grey
+/// image gives three equal planes). Pixels beyond the image repeat the colour of the nearest
+/// edge pixel and count as known but not as donors, so a hole touching the edge still lies
+/// inside the region with its margin.
+/// Precondition: `image` has 1 to 3 planes besides its alpha.
+ImageBuffer cropWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
+                             const Region& region, const std::vector<std::size_t>& colourOf);
 
 /// The largest minus the smallest colour sample of the known pixels (alpha 0) of the working
 /// image `work`, or 1 when they are all equal: no stable diffusion step moves a pixel by more

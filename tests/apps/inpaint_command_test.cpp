@@ -160,6 +160,26 @@ TEST(InpaintCommand, RefusesBadInputsWithOneLine) {
         sameImage(readFileImage(dir.path() / "out.png").pixels, readFileImage(photo).pixels));
 }
 
+// A long fill shows its stage and a bar on the terminal; Ctrl-C stops it.
+TEST(InpaintCommand, ShowsItsProgressOnATerminal) {
+    ScratchDir dir;
+    const ImageBuffer photo = readFileImage(sourcePath("data/coffee.png")).pixels;
+    writeFileImage(dir.path() / "in.png",
+                   makeImage(96, 96, 3, [&](int x, int y, int c) { return at(photo, x, y, c); }),
+                   {"R", "G", "B"}, "uint8");
+    writeFileImage(
+        dir.path() / "mask.png",
+        makeImage(96, 96, 1,
+                  [](int x, int y, int) { return float(x >= 36 && x < 60 && y >= 36 && y < 60); }),
+        {"Y"}, "uint8");
+    const ProgramRun run = interruptAtCue({"inpaint", "in.png", "out.png", "--mask", "mask.png",
+                                           "--iterations", "1000000", "--tolerance", "0"},
+                                          dir.path(), "tv [");
+    EXPECT_NE(run.out.find("quorblen: interrupted"), std::string::npos) << run.out;
+    EXPECT_EQ(run.exitCode, 130);
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "out.png"));
+}
+
 TEST(InpaintCommand, WithoutArgumentsFillsTheBundledPhotoAndSaysWhere) {
     // The strokes over the sample photo made the elastica flow diverge with its old time step
     // within 3 iterations, and chatter with twice the present one within 200: the default

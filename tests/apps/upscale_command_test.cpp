@@ -1,12 +1,6 @@
 // quorblen upscale end to end: real photos in, files out, through the loaded module.
 #include <gtest/gtest.h>
 
-#include <poll.h>
-#include <pty.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -242,21 +236,6 @@ TEST(UpscaleCommand, HostileFilesFailWithOneLineAndNoOutput) {
     EXPECT_EQ(fileNames(dir.path()), corpus);
 }
 
-/// Reads `fd` into `output` until it holds `text` (true), or until `fd` ends or stays silent
-/// for five minutes, a safety net only (false).
-bool readUntil(int fd, const std::string& text, std::string& output) {
-    pollfd ready{fd, POLLIN, 0};
-    char chunk[256];
-    while (output.find(text) == std::string::npos) {
-        const ssize_t n = poll(&ready, 1, 300000) > 0 ? read(fd, chunk, sizeof chunk) : 0;
-        if (n <= 0) {
-            return false;
-        }
-        output.append(chunk, std::size_t(n));
-    }
-    return true;
-}
-
 // Ctrl-C, or a closed terminal (HUP), in the middle of a long render: the program stops with 130
 // and leaves no file, neither the output nor its temporary, which is open by then. The signal
 // goes once the progress bar shows on the terminal, that is once the render is under way,
@@ -264,31 +243,13 @@ bool readUntil(int fd, const std::string& text, std::string& output) {
 TEST(UpscaleCommand, InterruptStopsCleanlyWithoutAFile) {
     ScratchDir dir;
     writeFileImage(dir.path() / "in.png", photoCorner(256), {"R", "G", "B"}, "uint8");
-    const std::string program = (binaryDir() / "quorblen").string();
     for (const int signalNumber : {SIGINT, SIGHUP}) {
-        int terminal = -1;
-        const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            // As at a terminal, even when the test runs as a background job that ignores it.
-            signal(signalNumber, SIG_DFL);
-            if (chdir(dir.path().c_str()) == 0) {
-                execl(program.c_str(), "quorblen", "upscale", "in.png", "out.png", "--iterations",
-                      "100000", static_cast<char*>(nullptr));
-            }
-            _exit(127);
-        }
-        std::string output;
-        EXPECT_TRUE(readUntil(terminal, "|----|", output)) << output;
-        kill(child, signalNumber);
-        if (!readUntil(terminal, "interrupted; out.png was not written", output)) {
-            ADD_FAILURE() << output;
-            kill(child, SIGKILL);  // never leave the test waiting for a child that goes on
-        }
-        int status = 0;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        close(terminal);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
+        const ProgramRun run =
+            interruptAtCue({"upscale", "in.png", "out.png", "--iterations", "100000"}, dir.path(),
+                           "|----|", signalNumber);
+        EXPECT_NE(run.out.find("interrupted; out.png was not written"), std::string::npos)
+            << run.out;
+        EXPECT_EQ(run.exitCode, 130);
         EXPECT_EQ(fileNames(dir.path()), std::vector<std::string>{"in.png"});
     }
 }

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "inpaint/Inpaint.h"
@@ -33,6 +34,18 @@ ImageBuffer holeMask() {
     });
 }
 
+/// The fractions a fill reports.
+struct ProgressRecord : RecipeProgress {
+    std::vector<double> fractions;
+    void update(std::string_view, double fraction) override { fractions.push_back(fraction); }
+
+    /// Whether they start at 0 or more, never decrease and end at 1.
+    bool wellFormed() const {
+        return !fractions.empty() && fractions.front() >= 0.0 &&
+               std::is_sorted(fractions.begin(), fractions.end()) && fractions.back() == 1.0;
+    }
+};
+
 TEST(InpaintRecipe, FillsTheHoleAndKeepsEveryOtherSample) {
     const ImageBuffer mask = holeMask();
     for (const RecipeInfo& info : inpaintRecipes()) {
@@ -43,8 +56,11 @@ TEST(InpaintRecipe, FillsTheHoleAndKeepsEveryOtherSample) {
             RecipeOptions options = recipeDefaults(info.recipe);
             options.searchRadius = 6;  // reaches every hole pixel, quickly
             options.source2 = &source;
+            ProgressRecord progress;
+            options.progress = &progress;
             std::ostringstream log;
             const ImageBuffer out = fillHole(image, channels == 4 ? 3 : -1, mask, options, log);
+            EXPECT_TRUE(progress.wellFormed());
             ASSERT_EQ(out.channels, channels);
             // Exemplar recipes write only colours that known pixels of their sources hold.
             const bool exemplar =
@@ -202,9 +218,12 @@ TEST(InpaintRecipe, ElasticaBacksOffWhenItDiverges) {
     RecipeOptions options = recipeDefaults(InpaintRecipe::Elastica);
     options.timeStep = 1.0;
     options.iterations = 200;
+    ProgressRecord progress;
+    options.progress = &progress;
     std::ostringstream log;
     const ImageBuffer out = fillHole(photoCrop(3), -1, holeMask(), options, log);
     EXPECT_NE(log.str().find("unstable after"), std::string::npos) << log.str();
+    EXPECT_TRUE(progress.wellFormed());
     EXPECT_TRUE(std::isfinite(at(out, 40, 20, 0)));
 }
 

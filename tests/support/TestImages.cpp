@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -25,6 +27,21 @@ namespace {
 std::string uniqueTag() {
     static std::atomic<int> counter{0};
     return std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1));
+}
+
+/// Reads `fd` into `output` until it holds `text` (true), or until `fd` ends or stays silent
+/// for five minutes (false). An empty `text` reads to the end.
+bool readUntil(int fd, const std::string& text, std::string& output) {
+    pollfd ready{fd, POLLIN, 0};
+    char chunk[256];
+    while (text.empty() || output.find(text) == std::string::npos) {
+        const ssize_t n = poll(&ready, 1, 300000) > 0 ? read(fd, chunk, sizeof chunk) : 0;
+        if (n <= 0) {
+            return text.empty();
+        }
+        output.append(chunk, std::size_t(n));
+    }
+    return true;
 }
 
 }  // namespace
@@ -76,6 +93,43 @@ ProgramRun runQuorblen(const std::vector<std::string>& args,
                          readBytes(err)};
     std::filesystem::remove(out);
     std::filesystem::remove(err);
+    return run;
+}
+
+ProgramRun interruptAtCue(const std::vector<std::string>& args,
+                          const std::filesystem::path& workingDir, const std::string& cue,
+                          int signalNumber) {
+    const std::string program = (binaryDir() / "quorblen").string();
+    std::vector<char*> argv{const_cast<char*>("quorblen")};
+    for (const std::string& arg : args) {
+        argv.push_back(const_cast<char*>(arg.c_str()));
+    }
+    argv.push_back(nullptr);
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child < 0) {
+        ADD_FAILURE() << "no pseudo-terminal";
+        return {};
+    }
+    if (child == 0) {
+        // As at a terminal, even when the test runs as a background job that ignores it.
+        signal(signalNumber, SIG_DFL);
+        if (chdir(workingDir.c_str()) == 0) {
+            execv(program.c_str(), argv.data());
+        }
+        _exit(127);
+    }
+    ProgramRun run;
+    EXPECT_TRUE(readUntil(terminal, cue, run.out)) << run.out;
+    kill(child, signalNumber);
+    if (!readUntil(terminal, "", run.out)) {
+        ADD_FAILURE() << run.out;
+        kill(child, SIGKILL);  // never leave the test waiting for a child that goes on
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    close(terminal);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return run;
 }
 

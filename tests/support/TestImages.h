@@ -1,6 +1,7 @@
 // Helpers the tests share: paths, scratch folders and small synthetic images.
 #pragma once
 
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -56,6 +57,14 @@ struct ProgramRun {
 /// disk that fills (RLIMIT_FSIZE, with SIGXFSZ ignored).
 ProgramRun runQuorblen(const std::vector<std::string>& args,
                        const std::filesystem::path& workingDir, std::uint64_t fileSizeLimit = 0);
+
+/// Runs the built quorblen program with `args` in folder `workingDir` on a pseudo-terminal, as
+/// at a terminal, and sends it `signalNumber` (Ctrl-C's SIGINT, a closed terminal's SIGHUP, ...)
+/// once the terminal shows `cue`. Returns the exit code and, in `out`, all the terminal showed;
+/// fails the test when the cue or the end does not come within five minutes, a safety net only.
+ProgramRun interruptAtCue(const std::vector<std::string>& args,
+                          const std::filesystem::path& workingDir, const std::string& cue,
+                          int signalNumber = SIGINT);
 
 /// Where a file's pixels lie and what else it says about them.
 struct FileLayout {
