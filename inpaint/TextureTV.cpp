@@ -4,29 +4,40 @@
 #include <cassert>
 
 #include "inpaint/DiffusionKernels.h"
+#include "inpaint/EnergyTrials.h"
+#include "inpaint/FastSearch.h"
 #include "inpaint/PassState.h"
+#include "inpaint/PassThreads.h"
 
 namespace quorblen {
 
 double inpaintTextureTV(const ImageBuffer* /*ignored*/, const ImageBuffer& source,
                         ImageBuffer& output, int maskChannel, const PixelList& pix_list,
                         int searchRadius) {
+    detail::WorkerPool pool(1);
+    return detail::inpaintTextureTVOn(pool, source, output, maskChannel, pix_list, searchRadius);
+}
+
+namespace detail {
+
+double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuffer& output,
+                          int maskChannel, const PixelList& pix_list, int searchRadius) {
     assert(source.channels >= 3 && maskChannel >= 0 && maskChannel < source.channels);
     assert(output.width == source.width && output.height == source.height && output.channels >= 3);
-    using namespace detail;
-    // Candidates are tried here; the chosen colours stay for the later entries.
+    // Candidates are tried in each worker's copy of the pixel's neighbourhood in `trial`,
+    // where the chosen colours stay for the later entries.
     ImageBuffer trial(source);
+    EnergyTrials trials(pool.size(), 0.0, 0.0);
+    const ImageBuffer* const colours[] = {&source};
     PassTally tally;
     for (const PixelEntry& p : pix_list) {
         const int x = static_cast<int>(p.x);
         const int y = static_cast<int>(p.y);
-        const Choice donor = searchCandidates(
-            source, x, y, searchRadius, 0, 1, localTotalVariation(trial, x, y),
+        trials.load(trial, x, y);
+        const Choice donor = searchByEnergy(
+            pool, source, x, y, searchRadius, 0, colours, localTotalVariation(trial, x, y),
             [&](int cx, int cy, int) { return sampleAt(source, cx, cy, maskChannel) == 0.0f; },
-            [&](int cx, int cy, int) {
-                copyColour(source, cx, cy, trial, x, y);
-                return localTotalVariation(trial, x, y);
-            });
+            [&](int worker, const float* c) { return trials.totalVariation(worker, c); });
         copyColour(source, donor.x, donor.y, trial, x, y);
         copyColour(source, donor.x, donor.y, output, x, y);
         tally.record(source, x, y, source, donor);
@@ -35,4 +46,5 @@ double inpaintTextureTV(const ImageBuffer* /*ignored*/, const ImageBuffer& sourc
     return tally.maxChange;
 }
 
+}  // namespace detail
 }  // namespace quorblen

@@ -1,0 +1,259 @@
+// The candidate search of the fill passes spread over threads and vector lanes, with the
+// result of the plain search (searchCandidates); not part of the library's interface.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <type_traits>
+#include <vector>
+
+#include "image/ImageBuffer.h"
+#include "inpaint/CandidateSearch.h"
+#include "inpaint/PatchLanes.h"
+#include "inpaint/WorkerPool.h"
+
+namespace quorblen::detail {
+
+/// The centres searchCandidates visits around (x, y): columns x0 .. x1, rows y0 .. y1.
+struct SearchWindow {
+    SearchWindow(const ImageBuffer& bounds, std::int64_t x, std::int64_t y, int radius, int margin)
+        : x0(int(std::max<std::int64_t>(x - radius, margin))),
+          x1(int(std::min<std::int64_t>(x + radius, bounds.width - 1 - margin))),
+          y0(int(std::max<std::int64_t>(y - radius, margin))),
+          y1(int(std::min<std::int64_t>(y + radius, bounds.height - 1 - margin))) {}
+
+    int x0, x1, y0, y1;
+
+    bool holds(int cx, int cy) const { return cx >= x0 && cx <= x1 && cy >= y0 && cy <= y1; }
+    int columns() const { return std::max(0, x1 - x0 + 1); }
+};
+
+/// The best candidate of a part of the window by searchCandidates' rule: the lowest score
+/// strictly below the start, and of equal scores the first in visiting order (`order`). The
+/// rule picks the same candidate whichever way the window is split and whatever order the
+/// parts are searched in, so parts searched apart merge into the plain search's choice.
+struct RankedChoice {
+    Choice choice;
+    std::int64_t order = std::numeric_limits<std::int64_t>::max();
+
+    void offer(double score, std::int64_t at, int cx, int cy, int s) {
+        if (score < choice.score || (score == choice.score && choice.found && at < order)) {
+            choice = {cx, cy, s, score, true};
+            order = at;
+        }
+    }
+    void merge(const RankedChoice& other) {
+        if (other.choice.found) {
+            offer(other.choice.score, other.order, other.choice.x, other.choice.y,
+                  other.choice.source);
+        }
+    }
+};
+
+/// The lowest complete score met so far by any thread, or the start: a candidate whose score
+/// is certainly above it cannot be chosen, whatever the other threads find.
+class SharedBound {
+public:
+    explicit SharedBound(double start) : m_value(start) {}
+    double get() const { return m_value.load(std::memory_order_relaxed); }
+    void lower(double score) {
+        double now = get();
+        while (score < now && !m_value.compare_exchange_weak(now, score)) {
+        }
+    }
+
+private:
+    std::atomic<double> m_value;
+};
+
+/// Runs scan(worker, cx, s, best) on the pool for every column and source of `window`, columns
+/// handed out one at a time, and merges each thread's best.
+template <class Scan>
+Choice searchColumns(WorkerPool& pool, const SearchWindow& window, int x, int y, int sources,
+                     double start, Scan scan) {
+    const Choice none{x, y, 0, start, false};
+    std::vector<RankedChoice> best(std::size_t(pool.size()), RankedChoice{none});
+    const int items = window.columns() * sources;
+    std::atomic<int> next{0};
+    pool.run([&](int worker) {
+        RankedChoice& mine = best[std::size_t(worker)];
+        for (int item = next++; item < items; item = next++) {
+            scan(worker, window.x0 + item / sources, item % sources, mine);
+        }
+    });
+    RankedChoice result{none};
+    for (const RankedChoice& part : best) {
+        result.merge(part);
+    }
+    return result.choice;
+}
+
+/// Flags per pixel, laid out as PatchPlanes: which centres may serve a patch comparison.
+class CandidateMap {
+public:
+    CandidateMap() = default;
+    /// patchCandidate(source, bounds, x, y, maskChannel, r) at every pixel of `bounds` at least
+    /// one pixel inside it; false elsewhere.
+    CandidateMap(const ImageBuffer& source, const ImageBuffer& bounds, int maskChannel, int r);
+
+    const std::uint8_t* column(int x) const {
+        return m_flags.data() + std::ptrdiff_t(x) * m_height;
+    }
+    bool any() const { return m_any; }
+
+private:
+    std::ptrdiff_t m_height = 0;
+    std::vector<std::uint8_t> m_flags;
+    bool m_any = false;
+};
+
+/// A source of the patch search: where colours come from, the planes its patches are compared
+/// on (those of the image searchCandidates' score reads) and its candidates.
+struct PatchSource {
+    const ImageBuffer* colour;
+    const PatchPlanes* planes;
+    const CandidateMap* candidates;
+};
+
+/// The patch search of one pass: its sources, window and kernels.
+struct PatchSearch {
+    WorkerPool& pool;
+    const PatchLaneKernels& kernels;
+    const ImageBuffer& bounds;
+    int radius;
+    std::span<const PatchSource> sources;
+};
+
+/// The last pixel filled and its winner. The winner shifted as far as the next pixel lies from
+/// the last one often wins again: scored first, it bounds the others.
+class SeedTracker {
+public:
+    Choice seedFor(int x, int y) const {
+        Choice seed = m_last;
+        seed.x += x - m_x;
+        seed.y += y - m_y;
+        return seed;
+    }
+    void record(int x, int y, const Choice& winner) {
+        m_x = x;
+        m_y = y;
+        m_last = winner;
+    }
+
+private:
+    int m_x = 0;
+    int m_y = 0;
+    Choice m_last{0, 0, 0, 0.0, false};
+};
+
+/// No score besides the patch distance.
+struct NoEnergy {};
+
+/// Visiting order of candidate (cx, cy) of source s in `window`.
+inline std::int64_t visitingOrder(const SearchWindow& window, int cx, int cy, int s, int sources) {
+    const std::int64_t rows = window.y1 - window.y0 + 1;
+    return ((std::int64_t(cx - window.x0) * rows) + (cy - window.y0)) * sources + s;
+}
+
+/// searchCandidates over a patch search's window (margin 1) with each source's candidates,
+/// scored by the patch distance of `target` (patchScore) or, with an energy,
+/// distance * patchWeight + energy(worker, colour of the candidate); returns its choice.
+/// `seed` names a candidate likely to win, scored first to bound the others. The energy must
+/// be >= 0 (or NaN) when `prunable`, and patchWeight >= 0; without `prunable` every
+/// candidate is scored in full.
+template <class Energy>
+Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget& target,
+                     double start, double patchWeight, bool prunable, const Choice& seed,
+                     Energy energy) {
+    constexpr bool withEnergy = !std::is_same_v<Energy, NoEnergy>;
+    const SearchWindow window(search.bounds, x, y, search.radius, 1);
+    const int sourceCount = int(search.sources.size());
+    constexpr double Unbounded = std::numeric_limits<double>::infinity();
+    const auto total = [&](int worker, double distance, int cx, int cy, int s, double bound) {
+        if constexpr (withEnergy) {
+            // The energy is >= 0: a distance already above the bound decides.
+            if (!(distance * patchWeight > bound)) {
+                const PatchSource& source = search.sources[std::size_t(s)];
+                const float* colour = source.colour->data + sampleIndex(*source.colour, cx, cy, 0);
+                return distance * patchWeight + energy(worker, colour);
+            }
+            return std::numeric_limits<double>::quiet_NaN();
+        } else {
+            (void)worker, (void)cx, (void)cy, (void)s, (void)bound;
+            return distance;
+        }
+    };
+    SharedBound shared(start);
+    const auto boundNow = [&] { return prunable ? shared.get() : Unbounded; };
+    if (seed.found && window.holds(seed.x, seed.y) && seed.source < sourceCount) {
+        const PatchSource& source = search.sources[std::size_t(seed.source)];
+        if (source.planes != nullptr && source.candidates->column(seed.x)[seed.y]) {
+            double scores[LaneBlock];
+            search.kernels.scoreBlock(target, *source.planes, source.planes->at(seed.x, seed.y), 1u,
+                                      Unbounded, patchWeight, scores);
+            shared.lower(total(0, scores[0], seed.x, seed.y, seed.source, Unbounded));
+        }
+    }
+    return searchColumns(
+        search.pool, window, x, y, sourceCount, start,
+        [&](int worker, int cx, int s, RankedChoice& best) {
+            const PatchSource& source = search.sources[std::size_t(s)];
+            if (source.planes == nullptr) {
+                return;
+            }
+            const std::uint8_t* flags = source.candidates->column(cx);
+            double scores[LaneBlock];
+            for (int cy = window.y0; cy <= window.y1;) {
+                if (!flags[cy]) {
+                    ++cy;
+                    continue;
+                }
+                unsigned live = 0;
+                for (int k = 0; k < LaneBlock && cy + k <= window.y1; ++k) {
+                    live |= unsigned(flags[cy + k]) << k;
+                }
+                const double bound = boundNow();
+                search.kernels.scoreBlock(target, *source.planes, source.planes->at(cx, cy), live,
+                                          bound, patchWeight, scores);
+                for (int k = 0; k < LaneBlock; ++k) {
+                    if (!(live >> k & 1u) || std::isnan(scores[k])) {
+                        continue;
+                    }
+                    const double score = total(worker, scores[k], cx, cy + k, s, bound);
+                    if (prunable) {
+                        shared.lower(score);
+                    }
+                    best.offer(score, visitingOrder(window, cx, cy + k, s, sourceCount), cx, cy + k,
+                               s);
+                }
+                cy += LaneBlock;
+            }
+        });
+}
+
+/// searchCandidates scored by energy(worker, colour) alone, the colour that of candidate
+/// (cx, cy) in colours[s], over the pool: eligible(cx, cy, s) must only read, and energy may
+/// write only its worker's own state.
+template <class Eligible, class Energy>
+Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y, int radius,
+                      int margin, std::span<const ImageBuffer* const> colours, double start,
+                      Eligible eligible, Energy energy) {
+    const SearchWindow window(bounds, x, y, radius, margin);
+    const int sources = int(colours.size());
+    return searchColumns(
+        pool, window, x, y, sources, start, [&](int worker, int cx, int s, RankedChoice& best) {
+            const ImageBuffer& from = *colours[std::size_t(s)];
+            for (int cy = window.y0; cy <= window.y1; ++cy) {
+                if (eligible(cx, cy, s)) {
+                    const double score = energy(worker, from.data + sampleIndex(from, cx, cy, 0));
+                    best.offer(score, visitingOrder(window, cx, cy, s, sources), cx, cy, s);
+                }
+            }
+        });
+}
+
+}  // namespace quorblen::detail

@@ -1,0 +1,104 @@
+// A fixed set of worker threads woken many times a second for short jobs.
+#include "inpaint/WorkerPool.h"
+
+#include <algorithm>
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#endif
+
+namespace quorblen::detail {
+namespace {
+
+/// How often a worker polls before it sleeps: about as long as a few short jobs take.
+constexpr int SpinPolls = 4000;
+
+constexpr std::uint64_t Closed = std::uint64_t(1) << 31;
+constexpr std::uint64_t Running = Closed - 1;
+
+std::uint64_t generationOf(std::uint64_t state) {
+    return state >> 32;
+}
+
+void pause() {
+#if defined(__x86_64__) || defined(__i386__)
+    _mm_pause();
+#else
+    std::this_thread::yield();
+#endif
+}
+
+/// Waits until `value` differs from `old`: polls first, then sleeps.
+template <class T>
+void awaitChange(const std::atomic<T>& value, T old) {
+    for (int i = 0; i < SpinPolls; ++i) {
+        if (value.load(std::memory_order_acquire) != old) {
+            return;
+        }
+        pause();
+    }
+    while (value.load(std::memory_order_acquire) == old) {
+        value.wait(old, std::memory_order_acquire);
+    }
+}
+
+}  // namespace
+
+WorkerPool::WorkerPool(int threads) {
+    if (threads <= 0) {
+        threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
+    }
+    m_workers.reserve(static_cast<std::size_t>(threads - 1));
+    for (int k = 1; k < threads; ++k) {
+        m_workers.emplace_back([this, k](std::stop_token stop) { serve(k, stop); });
+    }
+}
+
+WorkerPool::~WorkerPool() {
+    for (std::jthread& worker : m_workers) {
+        worker.request_stop();
+    }
+    // Wakes the workers, which see the stop before any job.
+    m_generation.fetch_add(1, std::memory_order_release);
+    m_generation.notify_all();
+}
+
+void WorkerPool::run(const std::function<void(int)>& job) {
+    if (m_workers.empty()) {
+        job(0);
+        return;
+    }
+    m_job = &job;
+    const std::uint32_t generation = m_generation.load(std::memory_order_relaxed) + 1;
+    m_state.store(std::uint64_t(generation) << 32, std::memory_order_release);
+    m_generation.store(generation, std::memory_order_release);
+    m_generation.notify_all();
+    job(0);
+    // The workers still to come find the job closed; those in it are busy and finish soon.
+    m_state.fetch_or(Closed, std::memory_order_acq_rel);
+    while ((m_state.load(std::memory_order_acquire) & Running) != 0) {
+        pause();
+    }
+}
+
+void WorkerPool::serve(int index, const std::stop_token& stop) {
+    std::uint32_t seen = 0;
+    for (;;) {
+        awaitChange(m_generation, seen);
+        seen = m_generation.load(std::memory_order_acquire);
+        if (stop.stop_requested()) {
+            return;
+        }
+        std::uint64_t state = m_state.load(std::memory_order_acquire);
+        bool joined = false;
+        while (!joined && generationOf(state) == seen && (state & Closed) == 0) {
+            joined = m_state.compare_exchange_weak(state, state + 1, std::memory_order_acq_rel);
+        }
+        if (joined) {
+            (*m_job)(index);
+            m_state.fetch_sub(1, std::memory_order_release);
+        }
+    }
+}
+
+}  // namespace quorblen::detail
