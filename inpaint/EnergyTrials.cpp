@@ -1,11 +1,10 @@
-// Candidate colours tried in each thread's own copy of the neighbourhood.
+// Candidate colours tried at the pixel being filled, from remembered per-channel terms.
 #include "inpaint/EnergyTrials.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 
-#include "inpaint/DiffusionKernels.h"
-#include "inpaint/ElasticaEnergy.h"
 #include "inpaint/KernelSupport.h"
 
 namespace quorblen::detail {
@@ -15,42 +14,88 @@ namespace {
 constexpr int Reach = 2;
 constexpr int Side = 2 * Reach + 1;
 
+/// Terms remembered per channel: a table of 2^TableBits entries; values that collide are
+/// computed again.
+constexpr int TableBits = 9;
+constexpr std::size_t TableSize = std::size_t(1) << TableBits;
+
+std::size_t slotOf(std::uint32_t bits) {
+    return (bits * 0x9E3779B1u) >> (32 - TableBits);
+}
+
 }  // namespace
 
-EnergyTrials::EnergyTrials(int workers, double epsilon, double curvatureWeight)
-    : m_epsilon(static_cast<float>(epsilon)),
-      m_curvatureWeight(static_cast<float>(curvatureWeight)) {
-    m_local.reserve(std::size_t(workers));
-    for (int k = 0; k < workers; ++k) {
-        m_local.emplace_back(Side, Side, 3);
+EnergyTrials::EnergyTrials(int workers, TrialEnergy kind, double epsilon, double curvatureWeight)
+    : m_kind(kind),
+      m_eps2(squaredInFloat(static_cast<float>(epsilon))),
+      m_weight(static_cast<float>(curvatureWeight)) {
+    m_workers.resize(std::size_t(workers));
+    for (Worker& worker : m_workers) {
+        worker.local.resize(Side, Side, 3);
+        worker.terms.assign(3 * TableSize, Term{0, 0, {}});
     }
 }
 
 void EnergyTrials::load(const ImageBuffer& image, int x, int y) {
     assert(image.channels >= 3 && keepsMargin(image, x, y, Reach));
-    for (ImageBuffer& local : m_local) {
+    if (++m_pixel == 0) {
+        // The loads' count wrapped: no remembered term may pass for one of this pixel.
+        for (Worker& worker : m_workers) {
+            std::fill(worker.terms.begin(), worker.terms.end(), Term{0, 0, {}});
+        }
+        m_pixel = 1;
+    }
+    for (Worker& worker : m_workers) {
         for (int j = 0; j < Side; ++j) {
             for (int i = 0; i < Side; ++i) {
                 std::copy_n(image.data + sampleIndex(image, x - Reach + i, y - Reach + j, 0), 3,
-                            local.data + sampleIndex(local, i, j, 0));
+                            worker.local.data + sampleIndex(worker.local, i, j, 0));
             }
         }
     }
 }
 
-void EnergyTrials::place(int worker, const float* colour) {
-    ImageBuffer& local = m_local[std::size_t(worker)];
-    std::copy_n(colour, 3, local.data + sampleIndex(local, Reach, Reach, 0));
+const double* EnergyTrials::shares(Worker& worker, int c, float value) const {
+    const auto bits = std::bit_cast<std::uint32_t>(value);
+    Term& term = worker.terms[std::size_t(c) * TableSize + slotOf(bits)];
+    if (term.pixel == m_pixel && term.value == bits) {
+        return term.share;
+    }
+    worker.local.data[sampleIndex(worker.local, Reach, Reach, c)] = value;
+    for (int k = 0; k < Points; ++k) {
+        const Offset q = FivePointStencil[std::size_t(k)];
+        const PlaneAt u(worker.local, Reach + q.dx, Reach + q.dy, c);
+        // The gradient magnitude is a float, widened as the total variation adds it.
+        term.share[k] = m_kind == TrialEnergy::Elastica
+                            ? elasticaChannelDensity(u, m_eps2, m_weight)
+                            : static_cast<double>(stencilGradientMagnitude(u));
+    }
+    term.value = bits;
+    term.pixel = m_pixel;
+    return term.share;
 }
 
-double EnergyTrials::elastica(int worker, const float* colour) {
-    place(worker, colour);
-    return elasticaEnergy(m_local[std::size_t(worker)], Reach, Reach, m_epsilon, m_curvatureWeight);
-}
-
-double EnergyTrials::totalVariation(int worker, const float* colour) {
-    place(worker, colour);
-    return localTotalVariation(m_local[std::size_t(worker)], Reach, Reach);
+double EnergyTrials::energy(int worker, const float* colour) {
+    Worker& w = m_workers[std::size_t(worker)];
+    const double* share[3] = {shares(w, 0, colour[0]), shares(w, 1, colour[1]),
+                              shares(w, 2, colour[2])};
+    double total = 0.0;
+    for (int k = 0; k < Points; ++k) {
+        if (m_kind == TrialEnergy::Elastica) {
+            // elasticaEnergy: each stencil pixel's density summed from 0.0, then added.
+            double density = 0.0;
+            for (int c = 0; c < 3; ++c) {
+                density += share[c][k];
+            }
+            total += density;
+        } else {
+            // localTotalVariation: one running sum, channels inner.
+            for (int c = 0; c < 3; ++c) {
+                total += share[c][k];
+            }
+        }
+    }
+    return total;
 }
 
 }  // namespace quorblen::detail

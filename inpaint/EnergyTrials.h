@@ -1,38 +1,63 @@
-// Candidate colours tried at the pixel being filled, in each thread's own copy of its
-// neighbourhood; not part of the library's interface.
+// Candidate colours tried at the pixel being filled, without writing the image; not part of
+// the library's interface.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "image/ImageBuffer.h"
 
 namespace quorblen::detail {
 
-/// Per worker, the colours (channels 0-2) of the 5 x 5 pixels around the pixel being filled:
-/// all that elasticaEnergy and localTotalVariation read there. A colour tried at the centre of
-/// a copy gives the energy the image would give with that colour at the pixel, without
-/// writing the image, so threads try colours side by side.
+/// The energies a colour is judged by at the pixel being filled.
+enum class TrialEnergy {
+    Elastica,        ///< elasticaEnergy
+    TotalVariation,  ///< localTotalVariation
+};
+
+/// The energy at the pixel being filled with a candidate colour in place, as the image would
+/// give it, for several threads at once: each worker has its own copy of the pixel's 5 x 5
+/// neighbourhood (all the energies read there) and its own memory of terms.
+///
+/// Both energies add, in a fixed order, terms that each read one colour channel: for each of
+/// the five stencil pixels q and each channel c, the channel's share at q, which depends on
+/// the tried colour through its channel c alone. A term computed once for a channel value is
+/// the same double the next time that value is tried at the same pixel, so the energy is
+/// assembled from remembered terms in the same order: photos of 8-bit samples offer a few
+/// hundred values per channel to thousands of candidates.
 class EnergyTrials {
 public:
-    /// Copies for `workers` threads; `epsilon` and `curvatureWeight` as EnergyProbe keeps them.
-    EnergyTrials(int workers, double epsilon, double curvatureWeight);
+    /// Trials of `kind` for `workers` threads; `epsilon` and `curvatureWeight` as EnergyProbe
+    /// keeps them (single precision), read by the elastica energy only.
+    EnergyTrials(int workers, TrialEnergy kind, double epsilon = 0.0, double curvatureWeight = 0.0);
 
     /// Every worker's copy of the neighbourhood of (x, y) in `image`, which must lie at least
-    /// 2 pixels inside it.
+    /// 2 pixels inside it; forgets the terms of the previous pixel.
     void load(const ImageBuffer& image, int x, int y);
 
-    /// elasticaEnergy with `colour` (3 samples) at the centre of worker `worker`'s copy.
-    double elastica(int worker, const float* colour);
-
-    /// localTotalVariation with `colour` at the centre of worker `worker`'s copy.
-    double totalVariation(int worker, const float* colour);
+    /// The energy with `colour` (3 samples) at the pixel, in worker `worker`'s copy.
+    double energy(int worker, const float* colour);
 
 private:
-    void place(int worker, const float* colour);
+    static constexpr int Points = 5;  // the stencil pixels
+    struct Term {
+        std::uint32_t value;  // the channel value's bits
+        std::uint32_t pixel;  // the load it belongs to
+        double share[Points];
+    };
+    struct Worker {
+        ImageBuffer local;
+        std::vector<Term> terms;  // per channel, a table indexed by the value's hash
+    };
 
-    std::vector<ImageBuffer> m_local;
-    float m_epsilon;
-    float m_curvatureWeight;
+    /// The shares at the five stencil pixels of channel c at `value`.
+    const double* shares(Worker& worker, int c, float value) const;
+
+    std::vector<Worker> m_workers;
+    TrialEnergy m_kind;
+    double m_eps2;
+    double m_weight;
+    std::uint32_t m_pixel = 0;
 };
 
 }  // namespace quorblen::detail

@@ -89,6 +89,13 @@ inline float stencilGradientMagnitude(const PlaneAt& u) {
     return static_cast<float>(std::sqrt(static_cast<double>(sum)) * RootHalf);
 }
 
+/// Channel u's share of the elastica energy density at its pixel: (1 + weight * kappa^2) * G
+/// in double, kappa the curvature (squared first) and G the stencil gradient magnitude.
+inline double elasticaChannelDensity(const PlaneAt& u, double eps2, double weight) {
+    const double kappa = curvatureAt(u, eps2);
+    return (1.0 + weight * (kappa * kappa)) * static_cast<double>(stencilGradientMagnitude(u));
+}
+
 /// The square of epsilon taken in single precision, then widened.
 inline double squaredInFloat(double epsilon) {
     const float e = static_cast<float>(epsilon);

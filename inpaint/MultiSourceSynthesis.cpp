@@ -34,7 +34,7 @@ public:
           energy(withEnergy ? src : ImageBuffer()),
           colour{&src, &extraSrc1, &extraSrc2},
           compare{&fill, &extraSrc1, &extraSrc2},
-          trials(pool.size(), epsilon, curvatureWeight),
+          trials(pool.size(), TrialEnergy::Elastica, epsilon, curvatureWeight),
           m_pool(pool),
           m_maskChannel(maskChannel),
           m_patchRadius(patchRadius),
@@ -97,7 +97,7 @@ public:
         // The energy is >= 0 when the curvature weight is, as the pruning needs.
         const bool prunable = patchWeight >= 0.0 && static_cast<float>(m_curvatureWeight) >= 0.0f;
         return searchPatch(probe().current() + 100000.0, patchWeight, prunable,
-                           [&](int worker, const float* c) { return trials.elastica(worker, c); });
+                           [&](int worker, const float* c) { return trials.energy(worker, c); });
     }
 
     /// The single known pixel of the window whose colour gives the lowest energy at the pixel
@@ -111,7 +111,7 @@ public:
             [&](int cx, int cy, int s) {
                 return sampleAt(*colour[s], cx, cy, m_maskChannel) == 0.0f;
             },
-            [&](int worker, const float* c) { return trials.elastica(worker, c); });
+            [&](int worker, const float* c) { return trials.energy(worker, c); });
     }
 
     /// The elastica energy at the pixel being filled, in the energy copy.

@@ -34,7 +34,7 @@ double inpaintTextureElasticaOn(WorkerPool& pool, ImageBuffer& src, ImageBuffer&
     assert(src.channels > AlphaChannel && maskChannel >= 0 && maskChannel < new_img.channels);
     const float level = alphaLevel(iteration + 1.0);
     PassState pass(new_img, pix_list);
-    EnergyTrials trials(pool.size(), epsilon, curvatureWeight);
+    EnergyTrials trials(pool.size(), TrialEnergy::Elastica, epsilon, curvatureWeight);
     const ImageBuffer* const colours[] = {&new_img};
     // One step fewer than entries: the entry left at the front is only marked below.
     for (std::size_t step = 1; step < pix_list.size(); ++step) {
@@ -57,7 +57,7 @@ double inpaintTextureElasticaOn(WorkerPool& pool, ImageBuffer& src, ImageBuffer&
             trials.load(new_img, x, y);
             donor = searchByEnergy(
                 pool, src, x, y, searchRadius, 1, colours, probe.current(), eligible,
-                [&](int worker, const float* c) { return trials.elastica(worker, c); });
+                [&](int worker, const float* c) { return trials.energy(worker, c); });
         } else {
             donor = searchCandidates(
                 src, pass.x, pass.y, searchRadius, 1, 1, probe.current(), eligible,

@@ -27,7 +27,7 @@ double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuff
     // Candidates are tried in each worker's copy of the pixel's neighbourhood in `trial`,
     // where the chosen colours stay for the later entries.
     ImageBuffer trial(source);
-    EnergyTrials trials(pool.size(), 0.0, 0.0);
+    EnergyTrials trials(pool.size(), TrialEnergy::TotalVariation);
     const ImageBuffer* const colours[] = {&source};
     PassTally tally;
     for (const PixelEntry& p : pix_list) {
@@ -37,7 +37,7 @@ double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuff
         const Choice donor = searchByEnergy(
             pool, source, x, y, searchRadius, 0, colours, localTotalVariation(trial, x, y),
             [&](int cx, int cy, int) { return sampleAt(source, cx, cy, maskChannel) == 0.0f; },
-            [&](int worker, const float* c) { return trials.totalVariation(worker, c); });
+            [&](int worker, const float* c) { return trials.energy(worker, c); });
         copyColour(source, donor.x, donor.y, trial, x, y);
         copyColour(source, donor.x, donor.y, output, x, y);
         tally.record(source, x, y, source, donor);
