@@ -46,6 +46,7 @@ void EnergyTrials::load(const ImageBuffer& image, int x, int y) {
         m_pixel = 1;
     }
     for (Worker& worker : m_workers) {
+        std::fill(std::begin(worker.last), std::end(worker.last), nullptr);
         for (int j = 0; j < Side; ++j) {
             for (int i = 0; i < Side; ++i) {
                 std::copy_n(image.data + sampleIndex(image, x - Reach + i, y - Reach + j, 0), 3,
@@ -73,29 +74,6 @@ const double* EnergyTrials::shares(Worker& worker, int c, float value) const {
     term.value = bits;
     term.pixel = m_pixel;
     return term.share;
-}
-
-double EnergyTrials::energy(int worker, const float* colour) {
-    Worker& w = m_workers[std::size_t(worker)];
-    const double* share[3] = {shares(w, 0, colour[0]), shares(w, 1, colour[1]),
-                              shares(w, 2, colour[2])};
-    double total = 0.0;
-    for (int k = 0; k < Points; ++k) {
-        if (m_kind == TrialEnergy::Elastica) {
-            // elasticaEnergy: each stencil pixel's density summed from 0.0, then added.
-            double density = 0.0;
-            for (int c = 0; c < 3; ++c) {
-                density += share[c][k];
-            }
-            total += density;
-        } else {
-            // localTotalVariation: one running sum, channels inner.
-            for (int c = 0; c < 3; ++c) {
-                total += share[c][k];
-            }
-        }
-    }
-    return total;
 }
 
 }  // namespace quorblen::detail

@@ -2,6 +2,8 @@
 // the library's interface.
 #pragma once
 
+#include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -36,7 +38,36 @@ public:
     void load(const ImageBuffer& image, int x, int y);
 
     /// The energy with `colour` (3 samples) at the pixel, in worker `worker`'s copy.
-    double energy(int worker, const float* colour);
+    double energy(int worker, const float* colour) {
+        Worker& w = m_workers[std::size_t(worker)];
+        const double* share[3];
+        for (int c = 0; c < 3; ++c) {
+            // Neighbouring candidates often share a channel's value: the last one is at hand.
+            const auto bits = std::bit_cast<std::uint32_t>(colour[c]);
+            if (w.last[c] == nullptr || w.lastValue[c] != bits) {
+                w.last[c] = shares(w, c, colour[c]);
+                w.lastValue[c] = bits;
+            }
+            share[c] = w.last[c];
+        }
+        double total = 0.0;
+        for (int k = 0; k < Points; ++k) {
+            if (m_kind == TrialEnergy::Elastica) {
+                // elasticaEnergy: each stencil pixel's density summed from 0.0, then added.
+                double density = 0.0;
+                for (int c = 0; c < 3; ++c) {
+                    density += share[c][k];
+                }
+                total += density;
+            } else {
+                // localTotalVariation: one running sum, channels inner.
+                for (int c = 0; c < 3; ++c) {
+                    total += share[c][k];
+                }
+            }
+        }
+        return total;
+    }
 
 private:
     static constexpr int Points = 5;  // the stencil pixels
@@ -48,6 +79,8 @@ private:
     struct Worker {
         ImageBuffer local;
         std::vector<Term> terms;  // per channel, a table indexed by the value's hash
+        const double* last[3] = {nullptr, nullptr, nullptr};  // this pixel's last shares
+        std::uint32_t lastValue[3] = {0, 0, 0};
     };
 
     /// The shares at the five stencil pixels of channel c at `value`.

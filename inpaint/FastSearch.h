@@ -40,16 +40,23 @@ struct RankedChoice {
     Choice choice;
     std::int64_t order = std::numeric_limits<std::int64_t>::max();
 
-    void offer(double score, std::int64_t at, int cx, int cy, int s) {
-        if (score < choice.score || (score == choice.score && choice.found && at < order)) {
+    /// Offers candidate (cx, cy) of source s, whose place in the visiting order at() gives.
+    template <class Order>
+    void offer(double score, int cx, int cy, int s, Order at) {
+        if (score < choice.score) {
             choice = {cx, cy, s, score, true};
-            order = at;
+            order = at();
+        } else if (score == choice.score && choice.found) {
+            if (const std::int64_t position = at(); position < order) {
+                choice = {cx, cy, s, score, true};
+                order = position;
+            }
         }
     }
     void merge(const RankedChoice& other) {
         if (other.choice.found) {
-            offer(other.choice.score, other.order, other.choice.x, other.choice.y,
-                  other.choice.source);
+            offer(other.choice.score, other.choice.x, other.choice.y, other.choice.source,
+                  [&] { return other.order; });
         }
     }
 };
@@ -227,8 +234,8 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
                     if (prunable) {
                         shared.lower(score);
                     }
-                    best.offer(score, visitingOrder(window, cx, cy + k, s, sourceCount), cx, cy + k,
-                               s);
+                    best.offer(score, cx, cy + k, s,
+                               [&] { return visitingOrder(window, cx, cy + k, s, sourceCount); });
                 }
                 cy += LaneBlock;
             }
@@ -250,7 +257,8 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
             for (int cy = window.y0; cy <= window.y1; ++cy) {
                 if (eligible(cx, cy, s)) {
                     const double score = energy(worker, from.data + sampleIndex(from, cx, cy, 0));
-                    best.offer(score, visitingOrder(window, cx, cy, s, sources), cx, cy, s);
+                    best.offer(score, cx, cy, s,
+                               [&] { return visitingOrder(window, cx, cy, s, sources); });
                 }
             }
         });

@@ -44,6 +44,9 @@ struct SseVectors {
     }
 };
 
+/// How many pairs a block adds between two looks at its bound.
+constexpr int PairsPerCheck = 4;
+
 /// The padding behind every plane: lane 0 is live, so its patch lies inside the image, and
 /// the other lanes read at most LaneBlock - 1 rows below it.
 constexpr std::size_t PlanePadding = LaneBlock;
@@ -150,11 +153,11 @@ PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::pt
             fullWeightSum += w;
             fullWeightSum += w;
             fullWeightSum += w;
-            growing = growing && w > 0.0;
+            growing = growing && w > TinyWeightSum;
         }
-        if (columnEnd.empty() ? !offset.empty() : columnEnd.back() != int(offset.size())) {
-            columnEnd.push_back(int(offset.size()));
-        }
+    }
+    for (int end = PairsPerCheck; end < int(offset.size()) + PairsPerCheck; end += PairsPerCheck) {
+        checkpoints.push_back(std::min(end, int(offset.size())));
     }
 }
 

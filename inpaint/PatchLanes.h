@@ -66,11 +66,12 @@ struct PatchTarget {
     std::vector<std::ptrdiff_t> offset;
     std::vector<double> weight;
     std::vector<float> colour[3];
-    /// The end of each patch column's pairs, for the columns that have any.
-    std::vector<int> columnEnd;
+    /// The pair counts after which a block looks whether its lanes passed the bound.
+    std::vector<int> checkpoints;
     /// The weight sum of a candidate that knows every pixel: each weight added three times.
     double fullWeightSum = 0.0;
-    /// Whether every weight is a positive number, so that the sums only grow pair by pair.
+    /// Whether every weight is a number above TinyWeightSum, so that the sums only grow pair
+    /// by pair and a weight sum that counts a pair is never tiny.
     bool growing = true;
 };
 

@@ -86,22 +86,31 @@ struct BlockLanes {
     static Doubles masked(Doubles v, Mask m) { return each<Doubles>(V::both, v, m); }
 };
 
+/// Every lane of a block.
+inline constexpr unsigned AllLanes = (1u << LaneBlock) - 1;
+
 /// Each lane repeats patchDistance's operations on its candidate in their order: the float
 /// difference and square, widened, times the pair's weight, added to the lane's sum; a pair
 /// the candidate does not know adds +0.0 instead, which leaves a sum unchanged (a sum
 /// starting at +0.0 is never -0.0, since x + (-x) is +0.0 when rounding to nearest).
 ///
 /// Dropping a lane early is exact. With every weight positive each term is >= +0.0 or NaN,
-/// and rounding to nearest is monotone, so a partial sum never exceeds the final one; the
-/// weight sum of a lane is known before its sum (the same additions in the same order, from
-/// the alpha tests alone), and division by it and multiplication by patchWeight >= 0 are
-/// monotone too. So once fl(fl(partial / wsum) * patchWeight) > bound, the lane's
-/// distance * patchWeight is above bound, and so is its score when the rest of the score is
-/// >= 0: it can neither win nor tie with the candidate that scored `bound`. A lane whose
-/// weight sum is at most TinyWeightSum scores 0.0 whatever its sum, and is never dropped.
-/// Every lane of a block.
-inline constexpr unsigned AllLanes = (1u << LaneBlock) - 1;
-
+/// and rounding to nearest is monotone (x <= y gives fl(x + a) <= fl(y + a)), so:
+/// - a partial sum never exceeds the final one;
+/// - a lane's weight sum, the weights of the pairs it knows added in order, never exceeds the
+///   target's full one W, which adds them all: by induction over the pairs, a pair the lane
+///   skips leaves its sum while W only grows, and a pair both add keeps the order;
+/// - so distance = fl(sum / wsum) >= fl(partial / W) (a larger numerator, a smaller positive
+///   divisor), and fl(distance * patchWeight) >= fl(fl(partial / W) * patchWeight) for
+///   patchWeight >= 0.
+/// Once fl(fl(partial / W) * patchWeight) > bound, the lane's distance * patchWeight is above
+/// bound, and so is its score when the rest of the score is >= 0: it can neither win nor tie
+/// with the candidate that scored `bound`. A lane that counts no pair has a sum of +0.0 and a
+/// score (0.0, or 0.0 plus the rest) >= 0.0 = fl(0.0 / W): dropped, it was above the bound too.
+/// A lane that counts a pair has a weight sum of at least that weight, above TinyWeightSum
+/// for a growing target, so it is never scored 0.0 for a tiny weight sum.
+/// Only lanes that last to the end need their own weight sum, and only those whose patch has
+/// an unknown pixel need it computed.
 template <class V>
 void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdiff_t centre,
                     unsigned live, double bound, double patchWeight, double* scores) {
@@ -112,29 +121,14 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
     const std::int32_t* known = planes.known() + centre;
     const std::size_t pairs = t.offset.size();
 
-    // The target's own weight sum serves every lane that knows every pixel it compares.
-    unsigned complete = 0;
-    for (int k = 0; k < LaneBlock; ++k) {
-        complete |= unsigned(planes.complete()[centre + k]) << k;
-    }
-    D wsum = L::set(t.fullWeightSum);
-    if ((complete & live) != live) {
-        wsum = L::set(0.0);
-        for (std::size_t p = 0; p < pairs; ++p) {
-            const D w = L::masked(L::set(t.weight[p]), L::loadMask(known + t.offset[p]));
-            wsum = L::add(L::add(L::add(wsum, w), w), w);
-        }
-    }
-    // Like patchDistance's test, a NaN weight sum counts.
-    const unsigned counted = ~L::atMost(L::abs(wsum), L::set(TinyWeightSum)) & AllLanes;
-
     D sum = L::set(0.0);
     unsigned alive = live;
     const bool prune = t.growing && !(bound == std::numeric_limits<double>::infinity());
     const D limit = L::set(bound);
     const D scale = L::set(patchWeight);
+    const D full = L::set(t.fullWeightSum);
     std::size_t p = 0;
-    for (const int end : t.columnEnd) {
+    for (const int end : t.checkpoints) {
         for (; p < static_cast<std::size_t>(end); ++p) {
             const std::ptrdiff_t o = t.offset[p];
             const typename L::Mask k = L::loadMask(known + o);
@@ -147,13 +141,27 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
             }
         }
         if (prune) {
-            const D reached = L::mul(L::div(sum, wsum), scale);
-            alive &= ~(L::greater(reached, limit) & counted);
+            alive &= ~L::greater(L::mul(L::div(sum, full), scale), limit);
             if (alive == 0) {
                 break;
             }
         }
     }
+    // The target's own weight sum serves every lane that knows every pixel it compares.
+    unsigned complete = 0;
+    for (int k = 0; k < LaneBlock; ++k) {
+        complete |= unsigned(planes.complete()[centre + k]) << k;
+    }
+    D wsum = full;
+    if (alive != 0 && (complete & alive) != alive) {
+        wsum = L::set(0.0);
+        for (std::size_t q = 0; q < pairs; ++q) {
+            const D w = L::masked(L::set(t.weight[q]), L::loadMask(known + t.offset[q]));
+            wsum = L::add(L::add(L::add(wsum, w), w), w);
+        }
+    }
+    // Like patchDistance's test, a NaN weight sum counts.
+    const unsigned counted = ~L::atMost(L::abs(wsum), L::set(TinyWeightSum)) & AllLanes;
     L::store(scores, L::div(sum, wsum));
     for (int k = 0; k < LaneBlock; ++k) {
         if (!(alive >> k & 1u)) {

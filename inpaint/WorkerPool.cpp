@@ -76,8 +76,13 @@ void WorkerPool::run(const std::function<void(int)>& job) {
     job(0);
     // The workers still to come find the job closed; those in it are busy and finish soon.
     m_state.fetch_or(Closed, std::memory_order_acq_rel);
-    while ((m_state.load(std::memory_order_acquire) & Running) != 0) {
-        pause();
+    // Polls, then yields: on a busy machine a worker in the job may wait for this core.
+    for (int polls = 0; (m_state.load(std::memory_order_acquire) & Running) != 0; ++polls) {
+        if (polls < SpinPolls) {
+            pause();
+        } else {
+            std::this_thread::yield();
+        }
     }
 }
 
