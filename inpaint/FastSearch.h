@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <span>
 #include <type_traits>
@@ -254,12 +255,20 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
     return searchColumns(
         pool, window, x, y, sources, start, [&](int worker, int cx, int s, RankedChoice& best) {
             const ImageBuffer& from = *colours[std::size_t(s)];
+            // A candidate of the same colour bits as the last one offered scores the same and
+            // comes later: it can neither win nor tie for the choice.
+            const float* last = nullptr;
             for (int cy = window.y0; cy <= window.y1; ++cy) {
-                if (eligible(cx, cy, s)) {
-                    const double score = energy(worker, from.data + sampleIndex(from, cx, cy, 0));
-                    best.offer(score, cx, cy, s,
-                               [&] { return visitingOrder(window, cx, cy, s, sources); });
+                if (!eligible(cx, cy, s)) {
+                    continue;
                 }
+                const float* colour = from.data + sampleIndex(from, cx, cy, 0);
+                if (last != nullptr && std::memcmp(colour, last, 3 * sizeof(float)) == 0) {
+                    continue;
+                }
+                last = colour;
+                best.offer(energy(worker, colour), cx, cy, s,
+                           [&] { return visitingOrder(window, cx, cy, s, sources); });
             }
         });
 }
