@@ -14,6 +14,7 @@
 
 #include "image/ImageBuffer.h"
 #include "inpaint/CandidateSearch.h"
+#include "inpaint/ColumnPlanes.h"
 #include "inpaint/PatchLanes.h"
 #include "inpaint/WorkerPool.h"
 
@@ -243,32 +244,43 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
         });
 }
 
-/// searchCandidates scored by energy(worker, colour) alone, the colour that of candidate
-/// (cx, cy) in colours[s], over the pool: eligible(cx, cy, s) must only read, and energy may
-/// write only its worker's own state.
+/// searchCandidates scored by energy(worker, colour) alone, over the pool. Source s is
+/// sources[s]: planes 0-2 its colour, plane 3 the channel whose value must pass
+/// eligible(value); a null source offers nothing. energy may write only its worker's own
+/// state.
 template <class Eligible, class Energy>
 Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y, int radius,
-                      int margin, std::span<const ImageBuffer* const> colours, double start,
+                      int margin, std::span<const ColumnPlanes* const> sources, double start,
                       Eligible eligible, Energy energy) {
     const SearchWindow window(bounds, x, y, radius, margin);
-    const int sources = int(colours.size());
+    const int count = int(sources.size());
     return searchColumns(
-        pool, window, x, y, sources, start, [&](int worker, int cx, int s, RankedChoice& best) {
-            const ImageBuffer& from = *colours[std::size_t(s)];
+        pool, window, x, y, count, start, [&](int worker, int cx, int s, RankedChoice& best) {
+            if (sources[std::size_t(s)] == nullptr) {
+                return;
+            }
+            const ColumnPlanes& from = *sources[std::size_t(s)];
+            const std::ptrdiff_t column = from.at(cx, 0);
+            const float* planes[4];
+            for (int k = 0; k < 4; ++k) {
+                planes[k] = from.plane(k) + column;
+            }
             // A candidate of the same colour bits as the last one offered scores the same and
             // comes later: it can neither win nor tie for the choice.
-            const float* last = nullptr;
+            float last[3];
+            bool offered = false;
             for (int cy = window.y0; cy <= window.y1; ++cy) {
-                if (!eligible(cx, cy, s)) {
+                if (!eligible(planes[3][cy])) {
                     continue;
                 }
-                const float* colour = from.data + sampleIndex(from, cx, cy, 0);
-                if (last != nullptr && std::memcmp(colour, last, 3 * sizeof(float)) == 0) {
+                const float colour[3] = {planes[0][cy], planes[1][cy], planes[2][cy]};
+                if (offered && std::memcmp(colour, last, sizeof colour) == 0) {
                     continue;
                 }
-                last = colour;
+                std::memcpy(last, colour, sizeof colour);
+                offered = true;
                 best.offer(energy(worker, colour), cx, cy, s,
-                           [&] { return visitingOrder(window, cx, cy, s, sources); });
+                           [&] { return visitingOrder(window, cx, cy, s, count); });
             }
         });
 }

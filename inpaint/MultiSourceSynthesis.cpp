@@ -105,13 +105,35 @@ public:
     Choice smoothest() {
         const int x = int(steps.x);
         const int y = int(steps.y);
+        if (!m_columnsMade) {
+            // The sources are read-only: their colour and mask columns serve the whole pass;
+            // a source without a known pixel offers nothing.
+            for (std::size_t s = 0; s < 3; ++s) {
+                if (offersColours(*colour[s])) {
+                    m_columnPlanes[s] = ColumnPlanes(*colour[s], src().width, src().height,
+                                                     {0, 1, 2, m_maskChannel});
+                    m_columns[s] = &m_columnPlanes[s];
+                }
+            }
+            m_columnsMade = true;
+        }
         trials.load(energy, x, y);
         return searchByEnergy(
-            m_pool, src(), x, y, m_searchRadius, 1, colour, probe().current(),
-            [&](int cx, int cy, int s) {
-                return sampleAt(*colour[s], cx, cy, m_maskChannel) == 0.0f;
-            },
+            m_pool, src(), x, y, m_searchRadius, 1, m_columns, probe().current(),
+            [](float mask) { return mask == 0.0f; },
             [&](int worker, const float* c) { return trials.energy(worker, c); });
+    }
+
+    /// Whether sample m_maskChannel of `source` is 0.0 at some pixel of src's extent.
+    bool offersColours(const ImageBuffer& source) const {
+        for (int y = 0; y < src().height; ++y) {
+            for (int x = 0; x < src().width; ++x) {
+                if (sampleAt(source, x, y, m_maskChannel) == 0.0f) {
+                    return true;
+                }
+            }
+        }
+        return false;
     }
 
     /// The elastica energy at the pixel being filled, in the energy copy.
@@ -152,6 +174,9 @@ private:
     std::array<CandidateMap, 3> m_candidates;
     std::array<PatchPlanes, 3> m_planes;
     std::array<PatchSource, 3> m_sources;
+    std::array<ColumnPlanes, 3> m_columnPlanes;  // made at the first energy search
+    std::array<const ColumnPlanes*, 3> m_columns{};
+    bool m_columnsMade = false;
     SeedTracker m_seeds;
 };
 

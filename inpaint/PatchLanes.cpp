@@ -61,18 +61,18 @@ const PatchLaneKernels& fastestPatchLanes() {
 }
 
 PatchPlanes::PatchPlanes(const ImageBuffer& image, int width, int height, int r)
-    : m_width(width), m_height(height), m_radius(std::max(r, 0)) {
+    : m_width(width),
+      m_height(height),
+      m_radius(std::max(r, 0)),
+      m_colour(image, width, height, {0, 1, 2}, PlanePadding) {
     r = m_radius;
     assert(image.channels > AlphaChannel && image.width >= width && image.height >= height);
     const std::size_t size = std::size_t(width) * std::size_t(height) + PlanePadding;
-    for (auto& plane : m_colour) {
-        plane.assign(size, 0.0f);
-    }
     m_known.assign(size, 0);
     m_complete.assign(size, 0);
     for (int x = 0; x < width; ++x) {
         for (int y = 0; y < height; ++y) {
-            copy(image, x, y);
+            copyKnown(image, x, y);
         }
     }
     // Unknown pixels counted over every column segment: each centre's patch in 2r + 1 reads.
@@ -99,13 +99,9 @@ PatchPlanes::PatchPlanes(const ImageBuffer& image, int width, int height, int r)
     }
 }
 
-void PatchPlanes::copy(const ImageBuffer& image, int x, int y) {
-    const float* pixel = image.data + sampleIndex(image, x, y, 0);
-    const std::ptrdiff_t i = at(x, y);
-    for (int c = 0; c < 3; ++c) {
-        m_colour[c][std::size_t(i)] = pixel[c];
-    }
-    m_known[std::size_t(i)] = approxEqual(pixel[AlphaChannel], 0.0f) ? -1 : 0;
+void PatchPlanes::copyKnown(const ImageBuffer& image, int x, int y) {
+    m_known[std::size_t(at(x, y))] =
+        approxEqual(sampleAt(image, x, y, AlphaChannel), 0.0f) ? -1 : 0;
 }
 
 void PatchPlanes::check(int x, int y) {
@@ -121,7 +117,8 @@ void PatchPlanes::check(int x, int y) {
 
 void PatchPlanes::refresh(const ImageBuffer& image, int x, int y) {
     const std::int32_t was = m_known[std::size_t(at(x, y))];
-    copy(image, x, y);
+    m_colour.refresh(image, x, y);
+    copyKnown(image, x, y);
     if (m_known[std::size_t(at(x, y))] == was) {
         return;
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "image/ImageBuffer.h"
+#include "inpaint/ColumnPlanes.h"
 
 namespace quorblen::detail {
 
@@ -29,16 +30,16 @@ public:
     void refresh(const ImageBuffer& image, int x, int y);
 
     /// The position of pixel (x, y) in every plane.
-    std::ptrdiff_t at(std::ptrdiff_t x, std::ptrdiff_t y) const { return x * m_height + y; }
+    std::ptrdiff_t at(std::ptrdiff_t x, std::ptrdiff_t y) const { return m_colour.at(x, y); }
     std::ptrdiff_t columnStep() const { return m_height; }
-    const float* colour(int c) const { return m_colour[static_cast<std::size_t>(c)].data(); }
+    const float* colour(int c) const { return m_colour.plane(c); }
     const std::int32_t* known() const { return m_known.data(); }
     /// Per centre, 1 when every pixel of its patch lies inside and is known, else 0.
     const std::uint8_t* complete() const { return m_complete.data(); }
 
 private:
-    /// Copies pixel (x, y) alone.
-    void copy(const ImageBuffer& image, int x, int y);
+    /// Copies the alpha test of pixel (x, y).
+    void copyKnown(const ImageBuffer& image, int x, int y);
     /// Tests the patch of centre (x, y) again.
     void check(int x, int y);
 
@@ -47,7 +48,7 @@ private:
     int m_radius = 0;
     // The lanes below a block's first candidate read up to LaneBlock - 1 samples past the
     // last column: every plane has that many samples of padding.
-    std::vector<float> m_colour[3];
+    ColumnPlanes m_colour;
     std::vector<std::int32_t> m_known;
     std::vector<std::uint8_t> m_complete;
 };

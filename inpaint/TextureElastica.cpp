@@ -35,7 +35,12 @@ double inpaintTextureElasticaOn(WorkerPool& pool, ImageBuffer& src, ImageBuffer&
     const float level = alphaLevel(iteration + 1.0);
     PassState pass(new_img, pix_list);
     EnergyTrials trials(pool.size(), TrialEnergy::Elastica, epsilon, curvatureWeight);
-    const ImageBuffer* const colours[] = {&new_img};
+    // Candidates are read from `new_img` column by column, each filled pixel refreshed.
+    ColumnPlanes planes;
+    if (maskChannel > 2) {
+        planes = ColumnPlanes(new_img, new_img.width, new_img.height, {0, 1, 2, maskChannel});
+    }
+    const ColumnPlanes* const sources[] = {&planes};
     // One step fewer than entries: the entry left at the front is only marked below.
     for (std::size_t step = 1; step < pix_list.size(); ++step) {
         if (!pass.next(forward)) {
@@ -47,25 +52,29 @@ double inpaintTextureElasticaOn(WorkerPool& pool, ImageBuffer& src, ImageBuffer&
         EnergyProbe probe(new_img, pass.x, pass.y, epsilon, curvatureWeight);
         // Read once: trying colours rewrites P when the mask is a colour channel.
         const float maskHere = sampleAt(new_img, x, y, maskChannel);
-        const auto eligible = [&](int cx, int cy, int) {
-            return maskHere > sampleAt(new_img, cx, cy, maskChannel);
-        };
         Choice donor;
         if (maskChannel > 2) {
             // The tried colours never reach the mask, and P itself is no candidate (its mask
             // is not below its own): the search need not write P.
             trials.load(new_img, x, y);
             donor = searchByEnergy(
-                pool, src, x, y, searchRadius, 1, colours, probe.current(), eligible,
+                pool, src, x, y, searchRadius, 1, sources, probe.current(),
+                [&](float mask) { return maskHere > mask; },
                 [&](int worker, const float* c) { return trials.energy(worker, c); });
         } else {
             donor = searchCandidates(
-                src, pass.x, pass.y, searchRadius, 1, 1, probe.current(), eligible,
+                src, pass.x, pass.y, searchRadius, 1, 1, probe.current(),
+                [&](int cx, int cy, int) {
+                    return maskHere > sampleAt(new_img, cx, cy, maskChannel);
+                },
                 [&](int cx, int cy, int) { return probe.tryColour(new_img, cx, cy); });
         }
         pass.setAlpha(new_img, level);
         // Judged by the colours of new_img, written from src.
         copyColour(src, donor.x, donor.y, new_img, x, y);
+        if (maskChannel > 2) {
+            planes.refresh(new_img, x, y);
+        }
         pass.record(src, src, donor);
     }
     for (const PixelEntry& entry : pix_list) {

@@ -28,15 +28,17 @@ double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuff
     // where the chosen colours stay for the later entries.
     ImageBuffer trial(source);
     EnergyTrials trials(pool.size(), TrialEnergy::TotalVariation);
-    const ImageBuffer* const colours[] = {&source};
+    // Candidates are read from `source` column by column: its colour and mask.
+    const ColumnPlanes planes(source, source.width, source.height, {0, 1, 2, maskChannel});
+    const ColumnPlanes* const sources[] = {&planes};
     PassTally tally;
     for (const PixelEntry& p : pix_list) {
         const int x = static_cast<int>(p.x);
         const int y = static_cast<int>(p.y);
         trials.load(trial, x, y);
         const Choice donor = searchByEnergy(
-            pool, source, x, y, searchRadius, 0, colours, localTotalVariation(trial, x, y),
-            [&](int cx, int cy, int) { return sampleAt(source, cx, cy, maskChannel) == 0.0f; },
+            pool, source, x, y, searchRadius, 0, sources, localTotalVariation(trial, x, y),
+            [](float mask) { return mask == 0.0f; },
             [&](int worker, const float* c) { return trials.energy(worker, c); });
         copyColour(source, donor.x, donor.y, trial, x, y);
         copyColour(source, donor.x, donor.y, output, x, y);

@@ -75,10 +75,14 @@ TEST(FastSearch, ChoosesWhatThePlainSearchChooses) {
                 planes.emplace_back(images[s], w, h, r);
             }
             std::vector<PatchSource> list;
-            std::vector<const ImageBuffer*> colours;
+            std::vector<ColumnPlanes> columns;
             for (int s = 0; s < sources; ++s) {
                 list.push_back({&images[s], &planes[std::size_t(s)], &maps[std::size_t(s)]});
-                colours.push_back(&images[s]);
+                columns.emplace_back(images[s], w, h, std::vector<int>{0, 1, 2, 4});
+            }
+            std::vector<const ColumnPlanes*> colours;
+            for (const ColumnPlanes& c : columns) {
+                colours.push_back(&c);
             }
             for (int y = std::max(2, r); y < h - std::max(2, r); ++y) {
                 for (int x = std::max(2, r); x < w - std::max(2, r); ++x) {
@@ -129,8 +133,9 @@ TEST(FastSearch, ChoosesWhatThePlainSearchChooses) {
                                 : kind == Score::PatchAndEnergy
                                     ? searchPatches(search, x, y, patch, start, patchWeight, true,
                                                     seed, energy)
-                                    : searchByEnergy(pool, target, x, y, 6, 1, colours, start,
-                                                     eligible, energy);
+                                    : searchByEnergy(
+                                          pool, target, x, y, 6, 1, colours, start,
+                                          [](float m) { return m == 0.0f; }, energy);
                             EXPECT_TRUE(sameChoice(fast, plain))
                                 << pool.size() << " threads: " << fast.x << "," << fast.y << " s"
                                 << fast.source << " " << fast.score << " against " << plain.x << ","
