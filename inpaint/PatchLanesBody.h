@@ -121,25 +121,40 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
     const std::int32_t* known = planes.known() + centre;
     const std::size_t pairs = t.offset.size();
 
+    // Lanes that know every pixel of their patch need no mask; nor do the lanes not live,
+    // whose scores are dropped.
+    unsigned complete = 0;
+    for (int k = 0; k < LaneBlock; ++k) {
+        complete |= unsigned(planes.complete()[centre + k]) << k;
+    }
+    const bool allComplete = (complete & live) == live;
+
     D sum = L::set(0.0);
     unsigned alive = live;
     const bool prune = t.growing && !(bound == std::numeric_limits<double>::infinity());
     const D limit = L::set(bound);
     const D scale = L::set(patchWeight);
     const D full = L::set(t.fullWeightSum);
-    std::size_t p = 0;
-    for (const int end : t.checkpoints) {
-        for (; p < static_cast<std::size_t>(end); ++p) {
+    const auto addPairs = [&]<bool Masked>(std::size_t from, std::size_t to) {
+        for (std::size_t p = from; p < to; ++p) {
             const std::ptrdiff_t o = t.offset[p];
-            const typename L::Mask k = L::loadMask(known + o);
             const D w = L::set(t.weight[p]);
             for (int c = 0; c < 3; ++c) {
-                const typename L::Floats delta = L::sub(
-                    L::set(t.colour[c][static_cast<std::size_t>(p)]), L::load(colour[c] + o));
+                const typename L::Floats delta =
+                    L::sub(L::set(t.colour[c][p]), L::load(colour[c] + o));
                 const D term = L::mul(L::widen(L::mul(delta, delta)), w);
-                sum = L::add(sum, L::masked(term, k));
+                sum = L::add(sum, Masked ? L::masked(term, L::loadMask(known + o)) : term);
             }
         }
+    };
+    std::size_t done = 0;
+    for (const int end : t.checkpoints) {
+        if (allComplete) {
+            addPairs.template operator()<false>(done, std::size_t(end));
+        } else {
+            addPairs.template operator()<true>(done, std::size_t(end));
+        }
+        done = std::size_t(end);
         if (prune) {
             alive &= ~L::greater(L::mul(L::div(sum, full), scale), limit);
             if (alive == 0) {
@@ -148,10 +163,6 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
         }
     }
     // The target's own weight sum serves every lane that knows every pixel it compares.
-    unsigned complete = 0;
-    for (int k = 0; k < LaneBlock; ++k) {
-        complete |= unsigned(planes.complete()[centre + k]) << k;
-    }
     D wsum = full;
     if (alive != 0 && (complete & alive) != alive) {
         wsum = L::set(0.0);
