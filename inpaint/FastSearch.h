@@ -171,9 +171,9 @@ inline std::int64_t visitingOrder(const SearchWindow& window, int cx, int cy, in
 /// searchCandidates over a patch search's window (margin 1) with each source's candidates,
 /// scored by the patch distance of `target` (patchScore) or, with an energy,
 /// distance * patchWeight + energy(worker, colour of the candidate); returns its choice.
-/// `seed` names a candidate likely to win, scored first to bound the others. The energy must
-/// be >= 0 (or NaN) when `prunable`, and patchWeight >= 0; without `prunable` every
-/// candidate is scored in full.
+/// `seed` names a candidate likely to win, scored first with its neighbours in a block to
+/// bound the others. The energy must be >= 0 (or NaN) when `prunable`, and patchWeight >= 0;
+/// without `prunable` every candidate is scored in full.
 template <class Energy>
 Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget& target,
                      double start, double patchWeight, bool prunable, const Choice& seed,
@@ -198,13 +198,28 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
     };
     SharedBound shared(start);
     const auto boundNow = [&] { return prunable ? shared.get() : Unbounded; };
-    if (seed.found && window.holds(seed.x, seed.y) && seed.source < sourceCount) {
+    if (seed.found && window.holds(seed.x, seed.y) && seed.source < sourceCount &&
+        search.sources[std::size_t(seed.source)].planes != nullptr) {
+        // The seed and its neighbours in a block cost one block.
         const PatchSource& source = search.sources[std::size_t(seed.source)];
-        if (source.planes != nullptr && source.candidates->column(seed.x)[seed.y]) {
+        const std::uint8_t* flags = source.candidates->column(seed.x);
+        int first = std::max(window.y0, seed.y - LaneBlock / 2);
+        while (first <= window.y1 && !flags[first]) {
+            ++first;
+        }
+        unsigned live = 0;
+        for (int k = 0; k < LaneBlock && first + k <= window.y1; ++k) {
+            live |= unsigned(flags[first + k]) << k;
+        }
+        if (live != 0) {
             double scores[LaneBlock];
-            search.kernels.scoreBlock(target, *source.planes, source.planes->at(seed.x, seed.y), 1u,
-                                      Unbounded, patchWeight, scores);
-            shared.lower(total(0, scores[0], seed.x, seed.y, seed.source, Unbounded));
+            search.kernels.scoreBlock(target, *source.planes, source.planes->at(seed.x, first),
+                                      live, Unbounded, patchWeight, scores);
+            for (int k = 0; k < LaneBlock; ++k) {
+                if (live >> k & 1u) {
+                    shared.lower(total(0, scores[k], seed.x, first + k, seed.source, Unbounded));
+                }
+            }
         }
     }
     return searchColumns(
