@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <filesystem>
 
 namespace quorblen::app {
@@ -27,9 +26,8 @@ std::filesystem::path programDirectory() {
 
 }  // namespace
 
-std::string formatNumber(double value) {
-    char text[32];
-    return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
+std::string optionOf(const char* name) {
+    return std::string("--") + name;
 }
 
 Arguments::Arguments(const std::vector<std::string>& args,
@@ -85,37 +83,15 @@ T parseNumber(const std::string& option, const std::string& text, const char* wh
     return number;
 }
 
-int Arguments::intValue(const std::string& option, int fallback, int min, int max) const {
+std::optional<double> Arguments::number(const std::string& option, bool whole) const {
     const std::optional<std::string> text = value(option);
     if (!text) {
-        return fallback;
+        return std::nullopt;
     }
-    const int number = parseNumber<int>(option, *text, "a whole number");
-    if (number < min || number > max) {
-        throw UsageError(option + " must be between " + std::to_string(min) + " and " +
-                         std::to_string(max) + ", not " + *text);
+    if (whole) {
+        return double(parseNumber<long long>(option, *text, "a whole number"));
     }
-    return number;
-}
-
-double Arguments::doubleValue(const std::string& option, double fallback, double min, double max,
-                              bool minExclusive) const {
-    const std::optional<std::string> text = value(option);
-    if (!text) {
-        return fallback;
-    }
-    const double number = parseNumber<double>(option, *text, "a number");
-    if (!std::isfinite(number)) {
-        throw UsageError(option + " must be a number, not \"" + *text + "\"");
-    }
-    if (number < min || (minExclusive && number == min)) {
-        throw UsageError(option + " must be " + (minExclusive ? "above " : "at least ") +
-                         formatNumber(min) + ", not " + *text);
-    }
-    if (number > max) {
-        throw UsageError(option + " must be at most " + formatNumber(max) + ", not " + *text);
-    }
-    return number;
+    return parseNumber<double>(option, *text, "a number");
 }
 
 std::string bundledDataFile(const std::string& name) {

@@ -3,9 +3,12 @@
 
 #include <map>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "image/Parameter.h"
 
 namespace quorblen::app {
 
@@ -24,9 +27,6 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// `value` as people write it: the shortest text that reads back as it (1e-30, 0.5, 1e+30).
-std::string formatNumber(double value);
-
 /// The arguments of one command: positional words and "--name value" / "--name=value"
 /// options; "-d TYPE" stands for "--data-type TYPE", "-q" for "--quiet", "-v" for "--verbose".
 /// Options must be among those the command declares.
@@ -41,17 +41,42 @@ public:
     bool has(const std::string& option) const { return m_values.count(option) != 0; }
     std::optional<std::string> value(const std::string& option) const;
 
-    /// The option as an integer in [min, max], or `fallback` when absent.
-    int intValue(const std::string& option, int fallback, int min, int max) const;
-    /// The option as a finite number in [min, max] (min excluded when `minExclusive`),
-    /// or `fallback` when absent.
-    double doubleValue(const std::string& option, double fallback, double min, double max,
-                       bool minExclusive = false) const;
+    /// The option as a number (with `whole`, a whole number), or nothing when absent.
+    /// Throws UsageError naming the option when its text is not one.
+    std::optional<double> number(const std::string& option, bool whole) const;
 
 private:
     std::vector<std::string> m_positional;
     std::map<std::string, std::string> m_values;
 };
+
+/// The option that sets the parameter called `name`: "--" and the name.
+std::string optionOf(const char* name);
+
+/// Sets the field of `parameter` in `options` from its option, when the command line has it.
+/// Throws UsageError naming the option for a value that is not a number of the field's kind
+/// or lies outside the parameter's range ("--a must be at least 1e-30 and at most 1e+30, not
+/// 0").
+template <class Options>
+void readParameter(const Arguments& arguments, const Parameter<Options>& parameter,
+                   Options& options) {
+    const std::string option = optionOf(parameter.name);
+    if (const std::optional<double> value = arguments.number(option, isWholeNumber(parameter))) {
+        if (const std::string problem = parameterProblem(parameter, *value); !problem.empty()) {
+            throw UsageError(option + " " + problem);
+        }
+        setParameter(parameter, *value, options);
+    }
+}
+
+/// Lists `parameter` in a command's help: its option, range and `defaults`, then its meaning
+/// and `note`.
+template <class Options>
+void describeParameter(std::ostream& out, const Parameter<Options>& parameter,
+                       const std::string& defaults, const std::string& note = "") {
+    out << "        " << optionOf(parameter.name) << " (" << parameterRange(parameter) << "; "
+        << defaults << ")\n            " << parameter.meaning << note << "\n";
+}
 
 /// The file `name` shipped with the program (the bundled sample photo and mask): looked up
 /// in the source tree the program was built from, then beside the installed program.

@@ -14,13 +14,9 @@ int runUpscale(const std::vector<std::string>& args);
 int runConvert(const std::vector<std::string>& args);
 int runInpaint(const std::vector<std::string>& args);
 
-/// The smallest A (--a) the upscale command takes. The node narrows A to single precision, and
-/// below about 2.4e-38 the solver's weights overflow in flat areas and its output turns NaN.
-inline constexpr double MinimumRegularization = 1e-30;
-
-/// Lists the Quorblen node's knobs with their defaults and tooltips, as the loaded module
-/// declares them; says so when the module cannot be loaded.
-void describeUpscaleKnobs(std::ostream& out);
+/// Lists the upscale command's other options with their ranges, defaults and the node's knobs
+/// they set.
+void describeUpscaleOptions(std::ostream& out);
 
 /// Lists the inpaint command's other options and its defaults for each method.
 void describeInpaintDefaults(std::ostream& out);

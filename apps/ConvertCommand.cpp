@@ -1,6 +1,7 @@
 // quorblen convert: between raw files (.raw) and image files, either way.
-#include <algorithm>
-#include <cstdint>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "apps/Rendering.h"
 #include "host/Write.h"
 #include "image/RawImageFile.h"
+#include "image/RowCopy.h"
 
 namespace quorblen::app {
 namespace {
@@ -21,33 +23,44 @@ bool isRawFile(const std::string& path) {
 }
 
 /// Loads the raw file `path` as a loaded image whose planes are host channels 1, 2, 3, ...
-/// Throws CommandError when it cannot be read (readRaw has printed why), when its header asks
-/// for more samples than the file holds (checked before anything is allocated), or when it
-/// holds no samples.
+/// Throws CommandError when it cannot be opened or read, when its header asks for more samples
+/// than the file holds (checked before anything is allocated) or than a buffer holds, or when
+/// it holds no samples. Read through the stream form, which prints nothing of its own.
 LoadedImage readRawFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in.is_open()) {
+        throw CommandError("cannot read " + path + ": " + std::strerror(errno));
+    }
     if (const std::string shortfall = rawFileShortfall(path.c_str()); !shortfall.empty()) {
         throw CommandError(shortfall);
     }
     LoadedImage image;
-    if (!readRaw(path.c_str(), &image.pixels)) {
-        throw CommandError("cannot read " + path);
+    // A file that ends early only sets eof; anything else that fails the stream is no raw file.
+    if (readRaw(in, &image.pixels).fail() && !in.eof()) {
+        throw CommandError("cannot read " + path +
+                           ": not a raw image, or one of more than 2^31 - 1 samples");
     }
     if (image.pixels.data == nullptr) {
         throw CommandError(path + " holds no samples");
     }
-    const int planes = std::min(image.pixels.channels, int(host::Chan_Last));
-    image.channels = host::ChannelSet((std::uint32_t(1) << planes) - 1);
+    image.channels = firstChannels(image.pixels.channels);
     image.format = host::Format(image.pixels.width, image.pixels.height);
     image.box = image.format;
     return image;
 }
 
-/// Saves `image` to the raw file `path`. Throws CommandError when it cannot be opened (writeRaw
-/// has printed why).
-void writeRawFile(const std::string& path, const ImageBuffer& image) {
-    if (!writeRaw(path.c_str(), &image)) {
-        throw CommandError("cannot write " + path);
+/// Saves `image` to the raw file `path`, whole or not at all. Returns false when the user
+/// interrupted; throws CommandError naming the file and the cause when it cannot be written.
+bool writeRawFile(const std::string& path, const ImageBuffer& image,
+                  const host::RenderOptions& options) {
+    const int error = saveRaw(path.c_str(), image, options.interrupt);
+    if (error == ECANCELED && options.interrupt->load()) {
+        return false;
     }
+    if (error != 0) {
+        throw CommandError("cannot write " + path + ": " + std::strerror(error));
+    }
+    return true;
 }
 
 /// What was written, in one line.
@@ -63,7 +76,8 @@ std::optional<std::string> convertFile(const std::string& input, const std::stri
     if (!rawOutput) {
         checkWritableImagePath(output);
     }
-    // Only the host's renders watch for Ctrl-C; they stop cleanly, leaving no output behind.
+    // The host's renders and the raw writer watch for Ctrl-C; they stop cleanly, leaving no
+    // output behind.
     InterruptGuard interruptGuard;
     // One thread: a conversion only copies rows.
     const host::RenderOptions options = renderOptions(1, nullptr);
@@ -71,9 +85,8 @@ std::optional<std::string> convertFile(const std::string& input, const std::stri
         // The raw file keeps the planes in the order the reader delivers the channels.
         const LoadedImage image =
             isRawFile(input) ? readRawFile(input) : readImageFile(input, options);
-        if (rawOutput) {
-            writeRawFile(output, image.pixels);
-        } else if (!writeImageFile(image, output, choices, options)) {
+        if (rawOutput ? !writeRawFile(output, image.pixels, options)
+                      : !writeImageFile(image, output, choices, options)) {
             return std::nullopt;
         }
         return written(output, image.pixels.width, image.pixels.height, image.pixels.channels);

@@ -131,7 +131,7 @@ void describeFrameOptions(std::ostream& out) {
            "      -q, --quiet     print errors only\n"
            "      -v, --verbose   print a line per frame with its sizes and time\n"
            "      Exit status: 0 done; 1 a file or frame failed (or was skipped); 2 bad\n"
-           "      usage; 130 interrupted (Ctrl-C), which leaves no partial file.\n";
+           "      usage; 130 interrupted (Ctrl-C, TERM or HUP), which leaves no partial file.\n";
 }
 
 }  // namespace quorblen::app

@@ -26,17 +26,7 @@ public:
     const char* node_help() const override { return "Serves an image held in memory."; }
 
     void engine(int y, int x, int r, const host::ChannelSet& channels, host::Row& row) override {
-        const ImageBuffer& pixels = m_image.pixels;
-        const host::Box& box = m_image.box;
-        const float* line = pixels.data + std::ptrdiff_t(y - box.y) * pixels.stride;
-        int plane = 0;
-        for (host::Channel z : m_image.channels) {
-            if (channels.contains(z)) {
-                copyPlaneToRow(line, pixels.channels, plane, x - box.x, r - box.x,
-                               row.writable(z) + box.x);
-            }
-            ++plane;
-        }
+        serveRow(m_image.pixels, m_image.channels, m_image.box, y, x, r, channels, row);
     }
 
 protected:
@@ -169,8 +159,8 @@ bool writeImageFile(const LoadedImage& image, const std::string& path, const Out
 }
 
 void checkWritableImagePath(const std::string& path) {
-    if (!host::Write::knows_file_type(path)) {
-        throw CommandError("cannot write " + path + ": no image format is known for its name");
+    if (const std::string refusal = host::Write::refusal(path); !refusal.empty()) {
+        throw CommandError("cannot write " + path + ": " + refusal);
     }
     std::filesystem::path folder = std::filesystem::path(path).parent_path();
     if (folder.empty()) {

@@ -66,9 +66,9 @@ bool writeImageFile(host::Write& writer, host::Iop& source, const host::ChannelS
 bool writeImageFile(const LoadedImage& image, const std::string& path, const OutputChoices& choices,
                     const host::RenderOptions& options);
 
-/// Throws CommandError when `path` cannot be an output image: no known file type for its
-/// name, or a folder that does not exist or cannot be written. Lets a command refuse before
-/// a long computation rather than after it.
+/// Throws CommandError when `path` cannot be an output image: a file type the writer refuses
+/// (host::Write::refusal), or a folder that does not exist or cannot be written. Lets a command
+/// refuse before a long computation rather than after it.
 void checkWritableImagePath(const std::string& path);
 
 }  // namespace quorblen::app

@@ -1,18 +1,22 @@
 // quorblen inpaint: fills a masked region of an image file with one of the library's recipes.
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <filesystem>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
-#include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
 #include "apps/Commands.h"
+#include "apps/FrameCache.h"
 #include "apps/FrameLoop.h"
+#include "apps/FrameSequence.h"
 #include "apps/ImageFiles.h"
+#include "apps/NonFiniteInput.h"
 #include "apps/Rendering.h"
 #include "inpaint/Inpaint.h"
 
@@ -22,10 +26,8 @@ namespace {
 constexpr const char* sampleName = "coffee.png";
 constexpr const char* sampleMaskName = "coffee-mask.png";
 constexpr const char* sampleOutput = "coffee-inpainted.png";
-
-std::string flagOf(const RecipeParameter& parameter) {
-    return std::string("--") + parameter.name;
-}
+/// The farthest a source may be read from the frame being filled, in frames.
+constexpr int MaxFrameOffset = 1000000;
 
 }  // namespace
 
@@ -36,18 +38,28 @@ void describeInpaintDefaults(std::ostream& out) {
     }
     out << "        The exemplar methods (texture to fallback) copy colours of known pixels\n"
            "        within --search-radius of a hole pixel; a pixel farther from every known\n"
-           "        pixel keeps the first guess, the colour of its nearest known pixel.\n";
+           "        pixel keeps the first guess, the colour of its nearest known pixel.\n"
+           "        patchmatch searches the whole window around the hole (--window) at every\n"
+           "        scale of a pyramid: the method for holes where a whole object must go.\n"
+           "        For thin holes (wires, scratches, text) texture keeps more detail.\n";
     out << "        (The library's dual TV driver method is the upscaler's 2x solver: it keeps\n"
            "        every 2x2 block mean of its first guess and cannot fill a hole, so it is\n"
            "        not offered here; the upscale command uses that solver.)\n"
            "      Options (range; default):\n";
     for (const RecipeParameter& parameter : recipeParameters()) {
-        out << "        " << flagOf(parameter) << " (" << parameterRange(parameter) << "; "
-            << parameterDefaults(parameter) << ")\n            " << parameter.meaning << "\n";
+        describeParameter(out, parameter, parameterDefaults(parameter));
     }
     out << "        --source2 FILE, --source3 FILE (default: INPUT itself)\n"
            "            more donor images of INPUT's size for weighted-elastica, multi-source and\n"
-           "            fallback; their pixels under the mask donate nothing\n";
+           "            fallback; their pixels under the mask donate nothing\n"
+           "        --source2-offset N, --source3-offset N (with --frames)\n"
+           "            fill frame F from frame F+N (N may be negative) of the source, a\n"
+           "            sequence named with a frame token (default: INPUT's), whose hole is\n"
+           "            MASK at frame F+N (or its alpha with --mask alpha): its background\n"
+           "            behind F's hole donates, so -1 and 1 make a clean plate from the frames\n"
+           "            around F. A frame before 0, or whose file or mask does not exist, is\n"
+           "            left out with a note and INPUT takes its place.\n";
+    describeFixNan(out);
 }
 
 namespace {
@@ -60,7 +72,12 @@ struct Settings {
     std::string mask;  // empty: INPUT's alpha marks the hole
     const RecipeInfo* method = nullptr;
     RecipeOptions options{};
-    std::string sources[2];  // --source2, --source3; empty: INPUT itself
+    std::string sources[2];                      // --source2, --source3; empty: INPUT itself
+    std::optional<int> offsets[2];               // --source2-offset, --source3-offset
+    NonFiniteMode fixNan = NonFiniteMode::None;  // for INPUT and the sources
+    /// A source read at its offset brings its frame's mask (empty: the source's alpha);
+    /// without one, MASK holds for it.
+    std::optional<std::string> sourceMasks[2];
     OutputChoices choices;
 
     /// The file names, INPUT and OUTPUT first.
@@ -71,11 +88,13 @@ struct Settings {
 
 /// The options the inpaint command takes a value for.
 std::vector<std::string> valueOptions() {
-    std::vector<std::string> options{"--mask", "--method", "--source2", "--source3"};
+    std::vector<std::string> options{"--mask",    "--method",         "--source2",
+                                     "--source3", "--source2-offset", "--source3-offset",
+                                     fixNanOption};
     options.insert(options.end(), outputOptions.begin(), outputOptions.end());
     options.insert(options.end(), frameOptions.begin(), frameOptions.end());
     for (const RecipeParameter& parameter : recipeParameters()) {
-        options.push_back(flagOf(parameter));
+        options.push_back(optionOf(parameter.name));
     }
     return options;
 }
@@ -111,21 +130,33 @@ Settings parseSettings(const Arguments& arguments) {
     }
     settings.options = recipeDefaults(settings.method->recipe);
     for (const RecipeParameter& parameter : recipeParameters()) {
-        std::visit(
-            [&](auto field) {
-                auto& value = settings.options.*field;
-                if constexpr (std::is_same_v<std::remove_reference_t<decltype(value)>, int>) {
-                    value = arguments.intValue(flagOf(parameter), value, int(parameter.min),
-                                               int(parameter.max));
-                } else {
-                    value = arguments.doubleValue(flagOf(parameter), value, parameter.min,
-                                                  parameter.max, parameter.minExclusive);
-                }
-            },
-            parameter.field);
+        readParameter(arguments, parameter, settings.options);
     }
-    settings.sources[0] = arguments.value("--source2").value_or("");
-    settings.sources[1] = arguments.value("--source3").value_or("");
+    settings.fixNan = fixNanMode(arguments);
+    for (int k = 0; k < 2; ++k) {
+        const std::string source = "--source" + std::to_string(k + 2);
+        settings.sources[k] = arguments.value(source).value_or("");
+        if (!arguments.has(source + "-offset")) {
+            continue;
+        }
+        const double offset = *arguments.number(source + "-offset", true);
+        if (std::fabs(offset) > MaxFrameOffset) {
+            throw UsageError(source + "-offset must be at least " +
+                             std::to_string(-MaxFrameOffset) + " and at most " +
+                             std::to_string(MaxFrameOffset) + ", not " + formatNumber(offset));
+        }
+        settings.offsets[k] = int(offset);
+        if (settings.sources[k].empty()) {
+            settings.sources[k] = settings.input;
+        }
+        if (!arguments.has("--frames")) {
+            throw UsageError(source + "-offset needs --frames RANGE");
+        }
+        if (!hasFrameToken(settings.sources[k])) {
+            throw UsageError(source + "-offset needs a " + source +
+                             " name with a frame token (#, @ or %0Nd), not " + settings.sources[k]);
+        }
+    }
     settings.choices = outputChoices(arguments, settings.output);
     return settings;
 }
@@ -150,29 +181,31 @@ void checkSameSize(const LoadedImage& image, const std::string& path, const Load
     }
 }
 
-/// The hole MASK marks, one sample per pixel: 1 where any of its colour channels is non-zero,
-/// or its alpha when it has nothing else. Empty `settings.mask`: INPUT's non-zero alpha.
-ImageBuffer readHole(const Settings& settings, const LoadedImage& input) {
-    LoadedImage mask;
+/// The hole the file `maskPath` marks in `image` (read from `imagePath`), one sample per
+/// pixel: 1 where any of the mask's colour channels is non-zero, or its alpha when it has
+/// nothing else. Empty `maskPath`: the image's non-zero alpha.
+ImageBuffer readHole(const std::string& maskPath, const LoadedImage& image,
+                     const std::string& imagePath, FrameCache& cache) {
+    std::shared_ptr<const LoadedImage> mask;
     std::vector<int> planes;
-    if (settings.mask.empty()) {
-        if (alphaPlane(input) < 0) {
-            throw CommandError(settings.input + " has no alpha channel to use as the mask");
+    if (maskPath.empty()) {
+        if (alphaPlane(image) < 0) {
+            throw CommandError(imagePath + " has no alpha channel to use as the mask");
         }
-        planes.push_back(alphaPlane(input));
+        planes.push_back(alphaPlane(image));
     } else {
-        mask = readImageFile(settings.mask, renderOptions(1, nullptr));
-        checkSameSize(mask, settings.mask, input, settings.input);
-        for (int plane = 0; plane < mask.pixels.channels; ++plane) {
-            if (plane != alphaPlane(mask)) {
+        mask = cache.read(maskPath);
+        checkSameSize(*mask, maskPath, image, imagePath);
+        for (int plane = 0; plane < mask->pixels.channels; ++plane) {
+            if (plane != alphaPlane(*mask)) {
                 planes.push_back(plane);
             }
         }
         if (planes.empty()) {
-            planes.push_back(alphaPlane(mask));
+            planes.push_back(alphaPlane(*mask));
         }
     }
-    const ImageBuffer& from = settings.mask.empty() ? input.pixels : mask.pixels;
+    const ImageBuffer& from = maskPath.empty() ? image.pixels : mask->pixels;
     ImageBuffer hole(from.width, from.height, 1);
     for (int i = 0; i < hole.width * hole.height; ++i) {
         const float* pixel = from.data + std::ptrdiff_t(i) * from.channels;
@@ -182,11 +215,11 @@ ImageBuffer readHole(const Settings& settings, const LoadedImage& input) {
     return hole;
 }
 
-/// The donor image `path` in the layout of `input`: each of input's channels taken from the
-/// same channel of the file or, for a channel it lacks, from its first channel.
-ImageBuffer readSource(const std::string& path, const LoadedImage& input,
+/// The donor image `source`, read from `path`, in the layout of `input`: each of input's
+/// channels taken from the same channel of the file or, for a channel it lacks, from its first
+/// channel.
+ImageBuffer readSource(const LoadedImage& source, const std::string& path, const LoadedImage& input,
                        const std::string& inputPath) {
-    const LoadedImage source = readImageFile(path, renderOptions(1, nullptr));
     checkSameSize(source, path, input, inputPath);
     ImageBuffer pixels(input.pixels.width, input.pixels.height, input.pixels.channels);
     int plane = 0;
@@ -208,17 +241,55 @@ ImageBuffer readSource(const std::string& path, const LoadedImage& input,
     return pixels;
 }
 
+/// Points source k of `files`, the names of frame `frame`, at frame `frame` + its offset of
+/// the sequence `patterns` names, with that frame's mask. Leaves it out (INPUT in its place),
+/// saying so on std::clog, when that frame is before 0 or its file or mask does not exist.
+void placeNeighbour(Settings& files, const Settings& patterns, int k, int frame) {
+    const int number = frame + *patterns.offsets[k];
+    std::string missing;
+    if (number < 0) {
+        missing = "there is no frame " + std::to_string(number);
+    } else {
+        files.sources[k] = frameFileName(patterns.sources[k], number);
+        files.sourceMasks[k] = frameFileName(patterns.mask, number);
+        for (const std::string* path : {&files.sources[k], &*files.sourceMasks[k]}) {
+            std::error_code error;
+            if (missing.empty() && !path->empty() && !std::filesystem::exists(*path, error)) {
+                missing = *path + " does not exist";
+            }
+        }
+    }
+    if (!missing.empty()) {
+        std::clog << "--source" << k + 2 << " left out at frame " << frame << ": " << missing
+                  << "\n";
+        files.sources[k].clear();
+        files.sourceMasks[k].reset();
+    }
+}
+
 /// Fills the hole of the files `settings` names; the frame work of the inpaint command.
-std::optional<std::string> inpaintFile(Settings settings) {
+std::optional<std::string> inpaintFile(Settings settings, FrameCache& cache) {
     checkWritableImagePath(settings.output);
-    LoadedImage input = readImageFile(settings.input, renderOptions(1, nullptr));
-    const ImageBuffer hole = readHole(settings, input);
+    LoadedImage input = *cache.read(settings.input);
+    const ImageBuffer hole = readHole(settings.mask, input, settings.input, cache);
+    fixNonFinite(input.pixels, settings.fixNan, settings.input);
     ImageBuffer sources[2];
+    ImageBuffer sourceHoles[2];
     const ImageBuffer** sourceFields[2] = {&settings.options.source2, &settings.options.source3};
+    const ImageBuffer** maskFields[2] = {&settings.options.source2Mask,
+                                         &settings.options.source3Mask};
     for (int k = 0; k < 2; ++k) {
-        if (!settings.sources[k].empty()) {
-            sources[k] = readSource(settings.sources[k], input, settings.input);
-            *sourceFields[k] = &sources[k];
+        if (settings.sources[k].empty()) {
+            continue;
+        }
+        const auto source = cache.read(settings.sources[k]);
+        sources[k] = readSource(*source, settings.sources[k], input, settings.input);
+        fixNonFinite(sources[k], settings.fixNan, settings.sources[k]);
+        *sourceFields[k] = &sources[k];
+        if (settings.sourceMasks[k]) {
+            sourceHoles[k] =
+                readHole(*settings.sourceMasks[k], *source, settings.sources[k], cache);
+            *maskFields[k] = &sourceHoles[k];
         }
     }
 
@@ -252,12 +323,19 @@ int runInpaint(const std::vector<std::string>& args) {
     for (const std::string* name : settings.files()) {
         names.push_back(*name);
     }
+    FrameCache cache;
     return runFrames("inpaint", arguments, names, [&](const Frame& frame) {
         Settings files = settings;
         for (std::string* name : files.files()) {
             *name = frame.name(*name);
         }
-        return inpaintFile(files);
+        for (int k = 0; k < 2; ++k) {
+            if (settings.offsets[k]) {
+                placeNeighbour(files, settings, k, *frame.number);
+            }
+        }
+        cache.nextFrame();
+        return inpaintFile(files, cache);
     });
 }
 

@@ -14,8 +14,12 @@ namespace {
 /// serialises the calls that touch it.
 std::string pending;
 
-bool isLibraryLine(std::string_view line) {
-    return line.starts_with("libpng error: ") || line.starts_with("libpng warning: ");
+/// Whether `line` tells of a defect of the program itself, which ends it: glibc's failed
+/// assertion and libstdc++'s uncaught exception (two lines). Those are kept; hiding them would
+/// hide why.
+bool isDefectLine(std::string_view line) {
+    return line.find(": Assertion `") != std::string_view::npos ||
+           line.starts_with("terminate called ") || line.starts_with("  what():  ");
 }
 
 void writeAll(std::string_view text) {
@@ -28,13 +32,14 @@ void writeAll(std::string_view text) {
     }
 }
 
-/// Passes on every complete line but libpng's; keeps the unfinished rest for the next call.
+/// Passes on every complete line that tells of a defect; keeps the unfinished rest for the next
+/// call.
 ssize_t writeFiltered(void*, const char* data, std::size_t size) {
     pending.append(data, size);
     std::size_t start = 0;
     for (std::size_t end; (end = pending.find('\n', start)) != std::string::npos; start = end + 1) {
         const std::string_view line(pending.data() + start, end + 1 - start);
-        if (!isLibraryLine(line)) {
+        if (isDefectLine(line)) {
             writeAll(line);
         }
     }
@@ -43,7 +48,7 @@ ssize_t writeFiltered(void*, const char* data, std::size_t size) {
 }
 
 int closeFiltered(void*) {
-    if (!isLibraryLine(pending)) {
+    if (isDefectLine(pending)) {
         writeAll(pending);
     }
     pending.clear();

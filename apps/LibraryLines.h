@@ -3,11 +3,15 @@
 
 namespace quorblen::app {
 
-/// Points C's standard error stream at a filter that drops the lines libpng prints itself
-/// ("libpng error: ...", "libpng warning: ..."): OpenImageIO's PNG reader lets libpng print
-/// its error before reporting the same failure in its message, which the program shows, and
-/// a failure must come out as one line. Every other line goes to standard error unchanged;
-/// std::cerr, which the program writes to, is not touched. Call once, first thing in main.
+/// Points C's standard error stream at a filter that drops what the libraries print there on
+/// their own: libpng's errors and warnings ("libpng error: ..."), which OpenImageIO's PNG
+/// reader lets through before reporting the same failure; OpenImageIO's debug lines ("OIIO
+/// DEBUG: ...", on by default in some builds of the library, or by OPENIMAGEIO_DEBUG);
+/// libjpeg's messages, which its default error manager prints ("Output file write error ---
+/// out of disk space?"). The program reports each failure itself in one line, through
+/// std::cerr, which is not touched; C's stream is the libraries' alone. Only the lines of a
+/// defect that ends the program pass: a failed assertion, an uncaught exception.
+/// Call once, first thing in main.
 void filterLibraryLines();
 
 }  // namespace quorblen::app

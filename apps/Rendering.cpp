@@ -1,4 +1,4 @@
-// Ctrl-C handling and the terminal progress bar of the commands.
+// Interrupt handling (Ctrl-C, TERM, HUP) and the terminal progress bar of the commands.
 #include "apps/Rendering.h"
 
 #include <signal.h>
@@ -39,13 +39,17 @@ void installInterruptHandler() {
     // Reads and writes in flight resume after the handler, as they did under std::signal.
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGINT, SIGTERM}) {
+    // A closed terminal or ssh session (HUP) stops the program as Ctrl-C and TERM do.
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         // A signal the parent ignores (a background job of a script) stays ignored.
         struct sigaction inherited = {};
         if (sigaction(signal, nullptr, &inherited) == 0 && inherited.sa_handler != SIG_IGN) {
             sigaction(signal, &action, nullptr);
         }
     }
+    // Past a file size limit (ulimit -f) a write fails with EFBIG and is reported, rather than
+    // the signal ending the program with a core and a temporary file left behind.
+    signal(SIGXFSZ, SIG_IGN);
 }
 
 InterruptGuard::InterruptGuard() {

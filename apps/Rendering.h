@@ -8,14 +8,15 @@
 
 namespace quorblen::app {
 
-/// Installs the program's Ctrl-C (SIGINT) and SIGTERM handler. Called first thing in main,
-/// before anything slow (loading the module, reading files) can be interrupted. While an
-/// InterruptGuard is alive the handler only sets InterruptGuard::flag(); elsewhere it ends the
-/// program at once with ExitInterrupted and "quorblen: interrupted" on standard error. A signal
-/// the program inherited as ignored stays ignored.
+/// Installs the program's handler of Ctrl-C (SIGINT), SIGTERM and SIGHUP (a closed terminal),
+/// and ignores SIGXFSZ, so that a file size limit fails a write like a full disk. Called first
+/// thing in main, before anything slow (loading the module, reading files) can be interrupted.
+/// While an InterruptGuard is alive the handler only sets InterruptGuard::flag(); elsewhere it
+/// ends the program at once with ExitInterrupted and "quorblen: interrupted" on standard
+/// error. A signal the program inherited as ignored stays ignored.
 void installInterruptHandler();
 
-/// While alive, Ctrl-C and SIGTERM set `flag()` instead of ending the program, so that a
+/// While alive, Ctrl-C, SIGTERM and SIGHUP set `flag()` instead of ending the program, so that a
 /// render in flight, which polls the flag, is cancelled cleanly and nothing half-written is
 /// left behind.
 class InterruptGuard {

@@ -9,28 +9,19 @@
 #include "apps/Commands.h"
 #include "apps/FrameLoop.h"
 #include "apps/ImageFiles.h"
+#include "apps/NonFiniteInput.h"
 #include "apps/Rendering.h"
 #include "host/Module.h"
 #include "host/Read.h"
 #include "host/SystemMemory.h"
 #include "host/Write.h"
+#include "node/QuorblenKnobs.h"
 
 namespace quorblen::app {
 namespace {
 
 constexpr const char* sampleName = "coffee.png";
 constexpr const char* sampleOutput = "coffee-2x.png";
-
-/// The command-line options and the node knobs they set.
-struct KnobOption {
-    const char* option;
-    const char* knob;
-};
-constexpr KnobOption knobOptions[] = {
-    {"--iterations", "Iterations"},
-    {"--lambda", "Lambda"},
-    {"--a", "A"},
-};
 
 std::unique_ptr<host::Op> createOp(const char* className, host::Node& node) {
     std::unique_ptr<host::Op> op(host::Op::create(className, &node));
@@ -46,28 +37,25 @@ int defaultThreads() {
 
 }  // namespace
 
-void describeUpscaleKnobs(std::ostream& out) {
-    try {
-        host::loadModule(moduleFile());
-        host::Node node("Quorblen1");
-        std::unique_ptr<host::Op> upscale = createOp("Quorblen", node);
-        out << "      The node's knobs and their defaults:\n";
-        for (const host::Knob& knob : upscale->knob_list()) {
-            out << "        " << knob.name() << " = " << knob.text() << ": " << knob.tooltip()
-                << "\n";
-        }
-    } catch (const std::exception& e) {
-        out << "      (the node's knobs are not listed: " << e.what() << ")\n";
+void describeUpscaleOptions(std::ostream& out) {
+    out << "      Options (range; default):\n";
+    const UpscaleOptions defaults;
+    for (const UpscaleParameter& parameter : upscaleParameters()) {
+        describeParameter(
+            out, parameter, parameterText(parameter, parameterValue(parameter, defaults)),
+            parameter.knob != nullptr ? std::string(" (the node's ") + parameter.knob + ")"
+                                      : std::string());
     }
+    describeFixNan(out);
 }
 
 namespace {
 
 /// What the upscale command line asks for, checked.
 struct UpscaleSettings {
-    const Arguments& arguments;
+    UpscaleOptions options;
+    NonFiniteMode fixNan;
     OutputChoices choices;
-    int threads;
     bool sample;
 };
 
@@ -79,6 +67,8 @@ std::optional<std::string> upscaleFile(const std::string& input, const std::stri
     host::Node upscaleNode("Quorblen1");
     host::Node writeNode("Write1");
     std::unique_ptr<host::Op> read = createOp("Read", readNode);
+    // Between the reader and the node; destroyed after the node, before the reader.
+    RepairedInput repaired(settings.fixNan, input);
     std::unique_ptr<host::Op> upscale = createOp("Quorblen", upscaleNode);
     std::unique_ptr<host::Op> writeOp = createOp("Write", writeNode);
     auto* reader = dynamic_cast<host::Read*>(read.get());
@@ -100,20 +90,23 @@ std::optional<std::string> upscaleFile(const std::string& input, const std::stri
                                               : "and its input need " + shortfall));
     }
 
-    upscale->set_input(0, reader, 0, 0);
-    for (const KnobOption& knob : knobOptions) {
-        if (const auto text = settings.arguments.value(knob.option)) {
-            if (!upscale->set_knob(knob.knob, *text)) {
-                throw UsageError(std::string(knob.option) + ": the node refuses \"" + *text + "\"");
-            }
-        }
+    repaired.set_input(0, reader, 0, 0);
+    upscale->set_input(0, &repaired, 0, 0);
+    if (!setUpscaleKnobs(*upscale, settings.options)) {
+        throw CommandError("the Quorblen node refuses the values of its knobs");
     }
 
-    TerminalProgress progress;
-    InterruptGuard interruptGuard;
-    if (!writeImageFile(*writer, *node, reader->channels(), output, reader->file_datatype(),
-                        settings.choices, renderOptions(settings.threads, &progress))) {
-        return std::nullopt;
+    const int threads = settings.options.threads > 0 ? settings.options.threads : defaultThreads();
+    {
+        TerminalProgress progress;
+        InterruptGuard interruptGuard;
+        if (!writeImageFile(*writer, *node, reader->channels(), output, reader->file_datatype(),
+                            settings.choices, renderOptions(threads, &progress))) {
+            return std::nullopt;
+        }
+    }
+    if (settings.fixNan == NonFiniteMode::None) {
+        warnNonFinite(input, repaired.nonFiniteCount());
     }
     return (settings.sample ? "Upscaled the sample photo " + input + " to " : "Wrote ") + output +
            " (" + std::to_string(2 * box.w()) + " x " + std::to_string(2 * box.h()) + ")";
@@ -122,16 +115,17 @@ std::optional<std::string> upscaleFile(const std::string& input, const std::stri
 }  // namespace
 
 int runUpscale(const std::vector<std::string>& args) {
-    std::vector<std::string> options = {"--iterations", "--lambda", "--a", "--threads"};
+    std::vector<std::string> options = {fixNanOption};
+    for (const UpscaleParameter& parameter : upscaleParameters()) {
+        options.push_back(optionOf(parameter.name));
+    }
     options.insert(options.end(), outputOptions.begin(), outputOptions.end());
     options.insert(options.end(), frameOptions.begin(), frameOptions.end());
     const Arguments arguments(args, options, frameFlags);
-    // Range checks here; the values themselves go to the node's knobs as typed, so the
-    // node's own defaults stay the only ones.
-    arguments.intValue("--iterations", 1, 1, 1000000);
-    arguments.doubleValue("--lambda", 0.0, 0.0, 1e30);
-    arguments.doubleValue("--a", 1.0, MinimumRegularization, 1e30);
-    const int threads = arguments.intValue("--threads", defaultThreads(), 1, 1024);
+    UpscaleOptions upscaleOptions;
+    for (const UpscaleParameter& parameter : upscaleParameters()) {
+        readParameter(arguments, parameter, upscaleOptions);
+    }
 
     const bool sample = arguments.positional().empty();
     if (!sample && arguments.positional().size() != 2) {
@@ -139,7 +133,8 @@ int runUpscale(const std::vector<std::string>& args) {
     }
     const std::string input = sample ? bundledDataFile(sampleName) : arguments.positional()[0];
     const std::string output = sample ? sampleOutput : arguments.positional()[1];
-    const UpscaleSettings settings{arguments, outputChoices(arguments, output), threads, sample};
+    const UpscaleSettings settings{upscaleOptions, fixNanMode(arguments),
+                                   outputChoices(arguments, output), sample};
     host::loadModule(moduleFile());
     return runFrames("upscale", arguments, {input, output}, [&](const Frame& frame) {
         return upscaleFile(frame.name(input), frame.name(output), settings);

@@ -24,22 +24,19 @@ struct Command {
 
 const Command commands[] = {
     {"upscale", runUpscale,
-     "upscale INPUT OUTPUT [--iterations N] [--lambda L] [--a A] [--threads N]\n"
+     "upscale INPUT OUTPUT [--OPTION VALUE]... [--fixnan MODE]\n"
      "        [-d TYPE] [--compression NAME] [--frames RANGE [--skip-bad-frames]] [-q | -v]\n"
      "      Enlarge INPUT to twice its width and height, smoothing noise in flat areas\n"
      "      while keeping edges; every 2x2 block of OUTPUT keeps its input pixel's mean.\n"
-     "      --iterations N  the node's Iterations: solver iterations per channel\n"
-     "      --lambda L      the node's Lambda: fidelity to the input; larger smooths less\n"
-     "      --a A           the node's A: a small regularisation constant, at least 1e-30\n"
-     "      --threads N     render threads (default: one per core)",
-     describeUpscaleKnobs},
+     "      --lambda is the main control.",
+     describeUpscaleOptions},
     {"convert", runConvert,
      "convert INPUT OUTPUT [-d TYPE] [--compression NAME]\n"
      "        [--frames RANGE [--skip-bad-frames]] [-q | -v]\n"
      "      Convert between the raw format (.raw) and image files, both ways.",
      nullptr},
     {"inpaint", runInpaint,
-     "inpaint INPUT OUTPUT --mask MASK [--method NAME] [--OPTION VALUE]...\n"
+     "inpaint INPUT OUTPUT --mask MASK [--method NAME] [--OPTION VALUE]... [--fixnan MODE]\n"
      "        [-d TYPE] [--compression NAME] [--frames RANGE [--skip-bad-frames]] [-q | -v]\n"
      "      Fill the region MASK marks (non-zero pixels; or 'alpha' for INPUT's alpha).\n"
      "      Without arguments: fill the bundled strokes over the sample photo.",

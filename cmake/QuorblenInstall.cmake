@@ -17,7 +17,8 @@ foreach(dir host image tv node inpaint)
             PATTERN "PassState.h" EXCLUDE PATTERN "FillOrder.h" EXCLUDE
             PATTERN "RecipeRunner.h" EXCLUDE
             PATTERN "RowKernels*.h" EXCLUDE PATTERN "TvSweep.h" EXCLUDE
-            PATTERN "OiioSupport.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)
+            PATTERN "OiioSupport.h" EXCLUDE PATTERN "OutputFileProxy.h" EXCLUDE
+            PATTERN "ExrZipStream.h" EXCLUDE PATTERN "FileWriting.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)
 endforeach()
 
 install(EXPORT QuorblenTargets NAMESPACE Quorblen:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Quorblen)

@@ -1,41 +1,45 @@
 // Fuzzes the command-line parsing: arbitrary words, one per line of the input, through
 // Arguments and the parsers of every option value the commands take.
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
-#include "apps/Commands.h"
 #include "apps/FrameLoop.h"
 #include "apps/FrameSequence.h"
+#include "apps/NonFiniteInput.h"
 #include "fuzz/FuzzCheck.h"
 #include "inpaint/Recipe.h"
+#include "node/QuorblenKnobs.h"
 
 namespace {
 
 namespace app = quorblen::app;
-using quorblen::RecipeOptions;
-using quorblen::RecipeParameter;
 using quorblen::app::Arguments;
 using quorblen::app::UsageError;
 using quorblen::fuzz::check;
 
-/// An integer option in [min, max]: absent gives the fallback, which lies outside the range.
-void parseInt(const Arguments& arguments, const std::string& option, int min, int max) {
-    const int value = arguments.intValue(option, min - 1, min, max);
-    check(arguments.has(option) ? value >= min && value <= max : value == min - 1);
+/// A parameter as the commands read it: a value it accepts lies in its range (an integer
+/// field holds a whole number by its type); absent, the field keeps its value.
+template <class Options>
+void checkParameter(const Arguments& arguments, const quorblen::Parameter<Options>& parameter) {
+    Options options{};
+    const double before = quorblen::parameterValue(parameter, options);
+    app::readParameter(arguments, parameter, options);
+    const double value = quorblen::parameterValue(parameter, options);
+    check(arguments.has(app::optionOf(parameter.name))
+              ? quorblen::parameterProblem(parameter, value).empty()
+              : value == before);
 }
 
-/// A floating-point option in [min, max] (min excluded when `minExclusive`): absent gives NaN.
-void parseDouble(const Arguments& arguments, const std::string& option, double min, double max,
-                 bool minExclusive) {
-    const double value = arguments.doubleValue(option, NAN, min, max, minExclusive);
-    check(arguments.has(option) ? value >= min && value <= max && !(minExclusive && value == min)
-                                : std::isnan(value));
+/// --fixnan: a mode it accepts is one of the library's.
+void readFixNan(const Arguments& arguments) {
+    const quorblen::NonFiniteMode mode = app::fixNanMode(arguments);
+    check(arguments.has(app::fixNanOption)
+              ? quorblen::findNonFiniteMode(*arguments.value(app::fixNanOption))->mode == mode
+              : mode == quorblen::NonFiniteMode::None);
 }
 
 /// A frame range: ascending frames, each once, from 0 to 999999999.
@@ -57,7 +61,7 @@ void expandFrameNames(const Arguments& arguments) {
     }
 }
 
-/// What the commands parse, with its ranges. Each parser throws UsageError for what
+/// What the commands parse besides the parameters. Each parser throws UsageError for what
 /// it refuses and checks what it accepts; a new parser is one more entry, reading its option
 /// or, with a null one, the positional words.
 using Arg = const Arguments&;
@@ -69,15 +73,18 @@ struct Parser {
 const Parser parsers[] = {
     {"--frames", [](Arg a, Opt o) { parseFrames(a, o); }},
     {nullptr, [](Arg a, Opt) { expandFrameNames(a); }},
-    {"--iterations", [](Arg a, Opt o) { parseInt(a, o, 1, 1000000); }},
-    {"--threads", [](Arg a, Opt o) { parseInt(a, o, 1, 1024); }},
-    {"--lambda", [](Arg a, Opt o) { parseDouble(a, o, 0.0, 1e30, false); }},
-    {"--a", [](Arg a, Opt o) { parseDouble(a, o, app::MinimumRegularization, 1e30, false); }},
+    {"--fixnan", [](Arg a, Opt) { readFixNan(a); }},
 };
 
-/// The inpaint command's option for a recipe parameter.
-std::string optionOf(const RecipeParameter& parameter) {
-    return std::string("--") + parameter.name;
+/// Calls `read` with every parameter of the upscale and inpaint commands.
+template <class Read>
+void forEachParameter(const Read& read) {
+    for (const quorblen::UpscaleParameter& parameter : quorblen::upscaleParameters()) {
+        read(parameter);
+    }
+    for (const quorblen::RecipeParameter& parameter : quorblen::recipeParameters()) {
+        read(parameter);
+    }
 }
 
 /// The lines of `text`.
@@ -102,9 +109,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             valueOptions.push_back(parser.option);
         }
     }
-    for (const RecipeParameter& parameter : quorblen::recipeParameters()) {
-        valueOptions.push_back(optionOf(parameter));
-    }
+    forEachParameter(
+        [&](const auto& parameter) { valueOptions.push_back(app::optionOf(parameter.name)); });
     try {
         const Arguments arguments(words(std::string(reinterpret_cast<const char*>(data), size)),
                                   valueOptions, app::frameFlags);
@@ -114,17 +120,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             } catch (const UsageError&) {
             }
         }
-        // The inpaint command's options, each with its range, as the command parses them.
-        for (const RecipeParameter& p : quorblen::recipeParameters()) {
+        // The commands' numeric options, each with its range, as the commands parse them.
+        forEachParameter([&](const auto& parameter) {
             try {
-                if (std::holds_alternative<int RecipeOptions::*>(p.field)) {
-                    parseInt(arguments, optionOf(p), int(p.min), int(p.max));
-                } else {
-                    parseDouble(arguments, optionOf(p), p.min, p.max, p.minExclusive);
-                }
+                checkParameter(arguments, parameter);
             } catch (const UsageError&) {
             }
-        }
+        });
     } catch (const UsageError&) {
     }
     return 0;

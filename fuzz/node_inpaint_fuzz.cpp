@@ -5,7 +5,6 @@
 // integer options from one byte each, floating-point knob values from eight bytes each (a
 // double), samples from four bytes each (a float's bits). Bytes past the end read as 0.
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -15,11 +14,9 @@
 #include <span>
 #include <stdexcept>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "apps/CommandLine.h"
-#include "apps/Commands.h"
 #include "fuzz/FuzzCheck.h"
 #include "host/OpWrapper.h"
 #include "host/Render.h"
@@ -33,11 +30,9 @@ using quorblen::fuzz::check;
 
 /// Images are 1 to this many pixels a side.
 constexpr int MaxSide = 12;
-/// More iterations find nothing new on images this small; they only slow the search.
-constexpr int MaxIterations = 4;
-/// Integer recipe options (iterations, passes, radii) go at most this far above their
-/// minimum, for the same reason: a diverging elastica run repeats its iterations with
-/// doubled counts up to six times.
+/// Integer options (iterations, passes, radii) go at most this far above their minimum: more
+/// iterations find nothing new on images this small, and a diverging elastica run repeats its
+/// iterations with doubled counts up to six times.
 constexpr int MaxIntegerOption = 3;
 
 /// The input, read from the front.
@@ -66,34 +61,38 @@ private:
     std::size_t m_size;
 };
 
-/// What a command accepts for a floating-point option: from `min` (excluded when
-/// `minExclusive`) to `max`.
-struct Range {
-    double min;
-    double max;
-    bool minExclusive;
-};
-constexpr Range Lambda{0.0, 1e30, false};
-constexpr Range Regularization{quorblen::app::MinimumRegularization, 1e30, false};
-
-/// A knob value as a user types it and as the program reads it.
-struct Number {
-    std::string text;
-    double value;
-};
-
-/// The next double of the input as a user would type it, when the command line's own check
-/// of `range` accepts it; nothing when the program would refuse it.
-std::optional<Number> takeNumber(ByteReader& in, Range range) {
-    char text[32];
-    const std::string word(text, std::to_chars(text, text + sizeof text, in.take<double>()).ptr);
+/// The next double of the input as the program reads it from the text a user would type, when
+/// the command line's own check of `parameter` accepts it; nothing when the program would
+/// refuse it.
+template <class Options>
+std::optional<double> takeNumber(ByteReader& in, const quorblen::Parameter<Options>& parameter) {
+    const std::string word = quorblen::formatNumber(in.take<double>());
+    const std::string option = quorblen::app::optionOf(parameter.name);
+    Options options{};
     try {
-        return Number{word,
-                      quorblen::app::Arguments({"--value", word}, {"--value"})
-                          .doubleValue("--value", 0.0, range.min, range.max, range.minExclusive)};
+        quorblen::app::readParameter(quorblen::app::Arguments({option, word}, {option}), parameter,
+                                     options);
     } catch (const quorblen::app::UsageError&) {
         return std::nullopt;
     }
+    return quorblen::parameterValue(parameter, options);
+}
+
+/// Sets `parameter` of `options` as a command would from its option: a double as typed and
+/// checked against the parameter's range, an integer within its range but at most
+/// MaxIntegerOption above its minimum. False when the program would refuse it.
+template <class Options>
+bool takeOption(ByteReader& in, const quorblen::Parameter<Options>& parameter, Options& options) {
+    if (quorblen::isWholeNumber(parameter)) {
+        const double max = std::min(parameter.max, parameter.min + MaxIntegerOption);
+        quorblen::setParameter(parameter, in.small(int(parameter.min), int(max)), options);
+        return true;
+    }
+    const std::optional<double> number = takeNumber(in, parameter);
+    if (number) {
+        quorblen::setParameter(parameter, *number, options);
+    }
+    return number.has_value();
 }
 
 /// A width x height x channels image of samples from the input.
@@ -110,21 +109,21 @@ void runNode(ByteReader& in) {
     const int height = in.small(1, MaxSide);
     const int channels = in.small(1, host::Chan_Last);
     const int threads = in.small(1, 2);
-    const std::string iterations = std::to_string(in.small(1, MaxIterations));
-    const std::optional<Number> lambda = takeNumber(in, Lambda);
-    const std::optional<Number> a = takeNumber(in, Regularization);
+    // The knobs, in the table's order: Iterations, Lambda, A.
+    quorblen::UpscaleOptions knobs;
+    for (const quorblen::UpscaleParameter& parameter : quorblen::upscaleParameters()) {
+        if (parameter.knob != nullptr && !takeOption(in, parameter, knobs)) {
+            return;
+        }
+    }
     // The channels the host asks for, those the input lacks included; none means all it has.
     host::ChannelSet requested(in.take<std::uint32_t>());
-    if (!lambda || !a) {
-        return;
-    }
     ImageBuffer image = takeImage(in, width, height, channels);
 
     host::Node hostNode("Quorblen1");
     std::unique_ptr<host::Op> op(quorblen::build(&hostNode));
     auto& node = dynamic_cast<host::OpWrapper&>(*op);
-    check(node.set_knob("Iterations", iterations) && node.set_knob("Lambda", lambda->text) &&
-          node.set_knob("A", a->text));
+    check(quorblen::setUpscaleKnobs(node, knobs));
     node.set_input(0, &image);
     if (requested.empty()) {
         requested = host::ChannelSet(std::uint32_t((std::uint64_t(1) << channels) - 1));
@@ -146,24 +145,6 @@ void runNode(ByteReader& in) {
     });
     check(complete &&
           std::all_of(delivered.begin(), delivered.end(), [](int n) { return n == 1; }));
-}
-
-/// Sets `parameter` of `options` as the inpaint command would from its option: a double as
-/// typed and checked against the parameter's range, an integer within its range but at most
-/// MaxIntegerOption above its minimum. False when the program would refuse it.
-bool takeOption(ByteReader& in, const quorblen::RecipeParameter& parameter,
-                quorblen::RecipeOptions& options) {
-    if (const auto* field = std::get_if<int quorblen::RecipeOptions::*>(&parameter.field)) {
-        const double max = std::min(parameter.max, parameter.min + MaxIntegerOption);
-        options.*(*field) = in.small(int(parameter.min), int(max));
-        return true;
-    }
-    const std::optional<Number> number =
-        takeNumber(in, {parameter.min, parameter.max, parameter.minExclusive});
-    if (number) {
-        options.*std::get<double quorblen::RecipeOptions::*>(parameter.field) = number->value;
-    }
-    return number.has_value();
 }
 
 /// A recipe as the inpaint command runs it: an image with any planes, one of them alpha or

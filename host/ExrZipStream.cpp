@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <bit>
 #include <cassert>
-#include <cerrno>
 #include <cstring>
 #include <optional>
+
+#include "host/OutputFile.h"
 
 namespace host {
 
@@ -220,8 +221,9 @@ void splitAndPredict(const unsigned char* raw, std::size_t size, unsigned char* 
 
 }  // namespace
 
-ExrZipStream::ExrZipStream(const std::string& path, int linesPerBlock, int level, int threads)
-    : IOProxy(path, IOProxy::Write),
+ExrZipStream::ExrZipStream(OutputFile& file, int linesPerBlock, int level, int threads)
+    : IOProxy(file.temporary(), IOProxy::Write),
+      m_file(file),
       m_linesPerBlock(linesPerBlock),
       m_workers(std::size_t(std::max(threads, 1))) {
     assert(linesPerBlock == 1 || linesPerBlock == 16);
@@ -230,15 +232,9 @@ ExrZipStream::ExrZipStream(const std::string& path, int linesPerBlock, int level
         worker.compressor.reset(libdeflate_alloc_compressor(level));
         if (!worker.compressor) {
             m_mode = Closed;
-            error("out of memory");
+            m_cause = "out of memory";
             return;
         }
-    }
-    m_file = std::fopen(path.c_str(), "wb");
-    if (m_file == nullptr) {
-        m_mode = Closed;
-        error(std::strerror(errno));
-        return;
     }
     for (Worker& worker : m_workers) {
         m_workerThreads.emplace_back(
@@ -252,10 +248,6 @@ ExrZipStream::~ExrZipStream() {
 
 void ExrZipStream::close() {
     m_workerThreads.clear();  // stops and joins them
-    if (m_file != nullptr) {
-        std::fclose(m_file);
-        m_file = nullptr;
-    }
     m_mode = Closed;
 }
 
@@ -265,7 +257,7 @@ bool ExrZipStream::seek(int64_t offset) {
 }
 
 size_t ExrZipStream::write(const void* data, size_t size) {
-    if (m_failed || m_file == nullptr || !consume(static_cast<const unsigned char*>(data), size)) {
+    if (m_failed || mode() == Closed || !consume(static_cast<const unsigned char*>(data), size)) {
         return 0;
     }
     m_pos += int64_t(size);
@@ -274,7 +266,7 @@ size_t ExrZipStream::write(const void* data, size_t size) {
 
 bool ExrZipStream::fail(const std::string& message) {
     if (!m_failed) {
-        error(message);
+        m_cause = message;
     }
     m_failed = true;
     return false;
@@ -440,7 +432,7 @@ bool ExrZipStream::writeBlocks(bool waitForOne) {
         unsigned char preamble[PreambleBytes];
         store(preamble, std::int32_t(block.firstLine));
         store(preamble + 4, std::int32_t(bytes));
-        m_offsets.push_back(m_written);
+        m_offsets.push_back(std::uint64_t(m_file.size()));
         if (!writeBytes(preamble, sizeof preamble) ||
             !writeBytes(packed ? block.packed.data() : block.raw.data(), bytes)) {
             return false;
@@ -451,16 +443,12 @@ bool ExrZipStream::writeBlocks(bool waitForOne) {
 }
 
 bool ExrZipStream::writeBytes(const void* data, std::size_t size) {
-    if (std::fwrite(data, 1, size, m_file) != size) {
-        return fail(std::strerror(errno));
-    }
-    m_written += size;
-    return true;
+    return m_file.append(data, size) || fail(m_file.error());
 }
 
 bool ExrZipStream::finish() {
-    if (m_failed || m_file == nullptr) {
-        return fail("the file is closed");
+    if (m_failed || mode() == Closed) {
+        return fail("the stream is closed");
     }
     if (!m_layout || m_nextLine != m_layout->firstLine + m_layout->lines) {
         return fail("the EXR ended before its last line");
@@ -470,12 +458,10 @@ bool ExrZipStream::finish() {
     while (written && m_blocksWritten < m_blocksFilled) {
         written = writeBlocks(true);
     }
-    written = written && std::fseek(m_file, long(m_layout->headerBytes), SEEK_SET) == 0 &&
-              writeBytes(m_offsets.data(), m_offsets.size() * sizeof(std::uint64_t));
-    const bool closed = std::fclose(m_file) == 0;
-    m_file = nullptr;
-    m_mode = Closed;
-    return (written && closed) || fail(std::strerror(errno));
+    close();
+    return written && (m_file.write(std::int64_t(m_layout->headerBytes), m_offsets.data(),
+                                    m_offsets.size() * sizeof(std::uint64_t)) ||
+                       fail(m_file.error()));
 }
 
 }  // namespace host

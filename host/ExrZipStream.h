@@ -6,7 +6,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <stop_token>
@@ -16,6 +15,8 @@
 
 namespace host {
 
+class OutputFile;
+
 /// What an `ExrZipStream` learns from the header of the file it is given.
 struct ExrScanlineLayout;
 
@@ -24,7 +25,8 @@ struct ExrScanlineLayout;
 /// header is kept but for its compression, and each block goes through EXR's byte split and
 /// delta predictor and is deflated by libdeflate, several blocks at a time on `threads`
 /// threads. OpenEXR's own zip path deflates with zlib on its thread pool, which on noisy
-/// float images costs more than twice as much, and most of a large write's time.
+/// float images costs more than twice as much, and most of a large write's time. The
+/// compressed file goes to an `OutputFile`, which checks every write.
 ///
 /// Give it to `OIIO::ImageOutput::open` as the "oiio:ioproxy" attribute of a spec whose
 /// compression is "none" (and lines in increasing order, the default), write the scanlines,
@@ -33,22 +35,25 @@ struct ExrScanlineLayout;
 /// error naming the cause.
 class ExrZipStream final : public OIIO::Filesystem::IOProxy {
 public:
-    /// Creates (or truncates) `path`; `opened()` is false, and `error()` says why, when that
-    /// fails. `linesPerBlock` is 16 (ZIP) or 1 (ZIPS); `level` is libdeflate's, 1 to 12;
-    /// `threads` at least 1.
-    ExrZipStream(const std::string& path, int linesPerBlock, int level, int threads);
+    /// A stream writing to `file`, which must outlive it; `opened()` is false, and `cause()`
+    /// says why, when the compressors cannot be made. `linesPerBlock` is 16 (ZIP) or 1 (ZIPS);
+    /// `level` is libdeflate's, 1 to 12; `threads` at least 1.
+    ExrZipStream(OutputFile& file, int linesPerBlock, int level, int threads);
     ~ExrZipStream() override;
 
     const char* proxytype() const override { return "exrzip"; }
     bool seek(int64_t offset) override;
     size_t write(const void* data, size_t size) override;
-    /// Closes the file where it stands, as when a write is given up.
+    /// Stops the compressing threads, as when a write is given up.
     void close() override;
 
-    /// Writes the blocks still held and the offset table, and closes the file. False, with
-    /// `error()` saying why, when the stream was not a whole image or the file could not be
-    /// written.
+    /// Writes the blocks still held and the offset table to the file. False, with `cause()`
+    /// saying why, when the stream was not a whole image or the file could not be written.
     bool finish();
+
+    /// Why the stream failed, in a few words; empty while it has not. (Kept apart from
+    /// IOProxy::error, whose lock is OpenImageIO's.)
+    const std::string& cause() const { return m_cause; }
 
     /// The default compression level: OpenEXR's default for zip.
     static constexpr int DefaultLevel = 4;
@@ -65,9 +70,10 @@ private:
     bool writeBytes(const void* data, std::size_t size);
     bool fail(const std::string& message);
 
-    std::FILE* m_file = nullptr;
+    OutputFile& m_file;
     int m_linesPerBlock;
     bool m_failed = false;
+    std::string m_cause;
 
     std::vector<unsigned char> m_header;          // as received, until it is whole
     std::unique_ptr<ExrScanlineLayout> m_layout;  // set once the header is whole
@@ -90,7 +96,6 @@ private:
     std::condition_variable_any m_blocksChanged;
     std::vector<Worker> m_workers;
     std::vector<std::uint64_t> m_offsets;       // of each written block in the file
-    std::uint64_t m_written = 0;                // bytes written to the file
     std::vector<std::jthread> m_workerThreads;  // last: they stop before the rest goes
 };
 

@@ -1,12 +1,9 @@
 // The host's image writer, through OpenImageIO, with all-or-nothing output files.
 #include "host/Write.h"
 
-#include <unistd.h>
-
 #include <OpenImageIO/imageio.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -16,6 +13,7 @@
 #include <vector>
 
 #include "host/ExrZipStream.h"
+#include "host/FileWriting.h"
 #include "host/OiioSupport.h"
 
 namespace host {
@@ -39,15 +37,6 @@ std::vector<Channel> fileChannelOrder(const ChannelSet& channels) {
         order.push_back(Chan_Alpha);
     }
     return order;
-}
-
-/// A name beside `target` that no other writer uses, for the file being written.
-std::filesystem::path temporaryPathFor(const std::filesystem::path& target) {
-    static std::atomic<unsigned> counter{0};
-    std::string name(".");
-    name += target.filename().string();
-    name += ".writing-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
-    return target.parent_path() / name;
 }
 
 /// Rows written at a time: a whole number of the scanline chunks EXR compresses together, so
@@ -113,12 +102,6 @@ std::optional<int> knownLevel(const std::string& format, const std::string& comp
     return std::nullopt;
 }
 
-/// A zip compression of EXR files, which `ExrZipStream` does rather than OpenEXR.
-struct ExrZip {
-    int linesPerBlock;
-    int level;
-};
-
 /// The zip compression `compression` asks of a file of OpenImageIO's format `format`: "zip"
 /// (also the EXR default, when `compression` is empty) or "zips", with an optional level.
 /// Empty for other formats and compressions.
@@ -163,6 +146,91 @@ bool holdsWindows(const OIIO::ImageOutput& output, const Iop& in) {
            (!negative || output.supports("negativeorigin"));
 }
 
+/// What goes to the file: its spec, the area of the input it holds and the input's channels
+/// in file order.
+struct FileLayout {
+    OIIO::ImageSpec spec;
+    Box area;
+    std::vector<Channel> order;
+};
+
+/// The layout of a file `output` writes of `channels` of `in`, its samples of type `type`:
+/// the input's windows where the file holds them, its metadata but for its encoding, and the
+/// format's pixel aspect ratio.
+FileLayout fileLayout(const OIIO::ImageOutput& output, const Iop& in, const ChannelSet& channels,
+                      OIIO::TypeDesc type) {
+    FileLayout layout;
+    layout.order = fileChannelOrder(channels);
+    const int nchannels = int(layout.order.size());
+    const Format& format = in.format();
+    const bool windows = holdsWindows(output, in);
+    layout.area = windows ? in.info().box() : Box{format.x, format.y, format.r, format.t};
+    const Box& area = layout.area;
+    OIIO::ImageSpec& spec = layout.spec;
+    spec = OIIO::ImageSpec(area.w(), area.h(), nchannels, type);
+    if (windows) {
+        spec.x = area.x;
+        spec.y = area.y;
+        spec.full_x = format.x;
+        spec.full_y = format.y;
+        spec.full_width = format.width;
+        spec.full_height = format.height;
+    }
+    spec.channelnames.clear();
+    for (Channel z : layout.order) {
+        spec.channelnames.push_back(getName(z));
+    }
+    spec.alpha_channel = channels.contains(Chan_Alpha) ? nchannels - 1 : -1;
+    addMetaData(in.info().metadata(), spec);
+    for (const char* name : encodingAttributes) {
+        spec.erase_attribute(name);
+    }
+    if (format.pixel_aspect != 1.0 || spec.find_attribute("PixelAspectRatio") != nullptr) {
+        spec.attribute("PixelAspectRatio", float(format.pixel_aspect));
+    }
+    return layout;
+}
+
+/// Sets the compression of `spec`: none for `ExrZipStream` to do (`exrZip`), else
+/// `compression` or, when it is empty, JPEG's quality (`jpegQuality`, 0 .. 1) for a file of
+/// type "jpg" or "jpeg"; nothing for other types' defaults.
+void setCompression(OIIO::ImageSpec& spec, bool exrZip, const std::string& compression,
+                    const std::string& fileType, float jpegQuality) {
+    if (exrZip) {
+        spec.attribute("compression", "none");
+    } else if (!compression.empty()) {
+        spec.attribute("compression", compression);
+    } else if (fileType == "jpg" || fileType == "jpeg") {
+        const int quality = std::clamp(int(std::lround(jpegQuality * 100.0f)), 1, 100);
+        spec.attribute("CompressionQuality", quality);
+        spec.attribute("compression", "jpeg:" + std::to_string(quality));
+    }
+}
+
+/// Renders `channels` of `in` over `layout`'s area and hands each full strip of rows (and the
+/// last, partial one) to `writing`. A failed strip is reported through `writer`, which aborts
+/// the render. True when every row was written.
+bool writeStrips(Op& writer, Iop& in, const ChannelSet& channels, const FileLayout& layout,
+                 const RenderOptions& options, FileWriting& writing) {
+    const Box& area = layout.area;
+    const std::size_t rowSamples = std::size_t(area.w()) * layout.order.size();
+    std::vector<float> strip(rowSamples * std::size_t(std::min(StripRows, area.h())));
+    // File rows count from the written origin: the area's own where the file holds it.
+    const int fileTop = layout.spec.y - area.y;
+    int stripTop = area.y;
+    return render(in, channels, area, options, [&](int y, Row& row) {
+        row.interleave(layout.order, area.x, area.r,
+                       strip.data() + std::size_t(y - stripTop) * rowSamples);
+        if (y + 1 - stripTop < StripRows && y + 1 < area.t) {
+            return;
+        }
+        if (!writing.writeStrip(fileTop + stripTop, fileTop + y + 1, strip.data())) {
+            writer.error(writing.failure());
+        }
+        stripTop = y + 1;
+    });
+}
+
 }  // namespace
 
 Write::Write(Node* node) : NoIop(node) {}
@@ -202,8 +270,10 @@ void Write::set_file_type_from_filename() {
     m_file_type = file_type_of(m_file);
 }
 
-bool Write::knows_file_type(const std::string& filename) {
-    return !formatWriting(filename).empty();
+std::string Write::refusal(const std::string& filename) {
+    const std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create(filename);
+    OIIO::geterror();  // clears a message, so a later failure reports its own
+    return FileWriting::refusal(output.get());
 }
 
 std::vector<std::string> Write::compressions(const std::string& filename) {
@@ -244,115 +314,32 @@ bool Write::execute() {
         return false;
     }
     std::unique_ptr<OIIO::ImageOutput> output = OIIO::ImageOutput::create(m_file);
-    if (!output) {
-        error("Write: no image format is known for " + m_file + " (" + OIIO::geterror() + ")");
+    if (const std::string refusal = FileWriting::refusal(output.get()); !refusal.empty()) {
+        OIIO::geterror();
+        error("Write: cannot write " + m_file + ": " + refusal);
         return false;
     }
-
     const OIIO::TypeDesc type =
         m_datatype.empty() ? OIIO::TypeDesc(OIIO::TypeDesc::FLOAT) : OIIO::TypeDesc(m_datatype);
     if (type == OIIO::TypeDesc::UNKNOWN) {
         error("Write: unknown datatype \"" + m_datatype + "\"");
         return false;
     }
-    const std::vector<Channel> order = fileChannelOrder(channels);
-    const int nchannels = int(order.size());
-    const Format& format = in->format();
-    const bool windows = holdsWindows(*output, *in);
-    const Box area = windows ? in->info().box() : Box{format.x, format.y, format.r, format.t};
-    OIIO::ImageSpec spec(area.w(), area.h(), nchannels, type);
-    if (windows) {
-        spec.x = area.x;
-        spec.y = area.y;
-        spec.full_x = format.x;
-        spec.full_y = format.y;
-        spec.full_width = format.width;
-        spec.full_height = format.height;
-    }
-    spec.channelnames.clear();
-    for (Channel z : order) {
-        spec.channelnames.push_back(getName(z));
-    }
-    spec.alpha_channel = channels.contains(Chan_Alpha) ? nchannels - 1 : -1;
-    addMetaData(in->info().metadata(), spec);
-    for (const char* name : encodingAttributes) {
-        spec.erase_attribute(name);
-    }
-    if (format.pixel_aspect != 1.0 || spec.find_attribute("PixelAspectRatio") != nullptr) {
-        spec.attribute("PixelAspectRatio", float(format.pixel_aspect));
-    }
+    FileLayout layout = fileLayout(*output, *in, channels, type);
     const std::optional<ExrZip> zip = exrZipOf(output->format_name(), m_compression);
-    if (zip) {
-        spec.attribute("compression", "none");  // for ExrZipStream to compress
-    } else if (!m_compression.empty()) {
-        spec.attribute("compression", m_compression);
-    } else if (m_file_type == "jpg" || m_file_type == "jpeg") {
-        const int quality = std::clamp(int(std::lround(m_jpeg_quality * 100.0f)), 1, 100);
-        spec.attribute("CompressionQuality", quality);
-        spec.attribute("compression", "jpeg:" + std::to_string(quality));
-    }
+    setCompression(layout.spec, zip.has_value(), m_compression, m_file_type, m_jpeg_quality);
 
-    // The image goes to a temporary file first, so the target is complete or untouched.
-    const std::filesystem::path target(m_file);
-    const std::filesystem::path temporary = temporaryPathFor(target);
-    std::unique_ptr<ExrZipStream> zipStream;
-    const auto discard = [&] {
-        output.reset();
-        zipStream.reset();
-        std::error_code ec;
-        std::filesystem::remove(temporary, ec);
+    FileWriting writing(std::move(output), m_file);
+    if (!writing.open(layout.spec, zip, m_options.threads)) {
+        error(writing.failure());
         return false;
-    };
-    const std::string failure = "Write: cannot write " + m_file;
-    // The first line of what went wrong: the zip stream's own cause where it has one.
-    const auto failureMessage = [&] {
-        const std::string cause = zipStream ? zipStream->error() : std::string();
-        return cause.empty() ? withMessage(failure, output->geterror()) : failure + ": " + cause;
-    };
-    if (zip) {
-        zipStream = std::make_unique<ExrZipStream>(temporary.string(), zip->linesPerBlock,
-                                                   zip->level, m_options.threads);
-        if (!zipStream->opened()) {
-            error(failureMessage());
-            return discard();
-        }
-        OIIO::Filesystem::IOProxy* proxy = zipStream.get();
-        spec.attribute("oiio:ioproxy", OIIO::TypeDesc::PTR, &proxy);
     }
-    if (!output->open(temporary.string(), spec)) {
-        error(failureMessage());
-        return discard();
+    if (!writeStrips(*this, *in, channels, layout, m_options, writing)) {
+        return false;
     }
-    // Rows arrive in order; each full strip (and the last, partial one) goes to the file.
-    const std::size_t rowSamples = std::size_t(area.w()) * std::size_t(nchannels);
-    std::vector<float> strip(rowSamples * std::size_t(std::min(StripRows, area.h())));
-    int stripTop = area.y;
-    const bool rendered = render(*in, channels, area, m_options, [&](int y, Row& row) {
-        row.interleave(order, area.x, area.r,
-                       strip.data() + std::size_t(y - stripTop) * rowSamples);
-        if (y + 1 - stripTop < StripRows && y + 1 < area.t) {
-            return;
-        }
-        // File rows count from the written origin: the area's own where the file holds it.
-        const int fileTop = spec.y - area.y;
-        if (!output->write_scanlines(fileTop + stripTop, fileTop + y + 1, 0, OIIO::TypeDesc::FLOAT,
-                                     strip.data())) {
-            error(failureMessage());
-        }
-        stripTop = y + 1;
-    });
-    if (!rendered) {
-        return discard();
-    }
-    if (!output->close() || (zipStream && !zipStream->finish())) {
-        error(failureMessage());
-        return discard();
-    }
-    std::error_code ec;
-    std::filesystem::rename(temporary, target, ec);
-    if (ec) {
-        error(withMessage(failure, ec.message()));
-        return discard();
+    if (!writing.commit()) {
+        error(writing.failure());
+        return false;
     }
     return true;
 }

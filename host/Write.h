@@ -12,9 +12,13 @@ namespace host {
 /// Writes input 0 to an image file whose type is chosen from the file name (exr, png, jpg,
 /// jpeg, tif, tiff, dpx, ... whatever OpenImageIO writes). Rows are rendered in order and
 /// written a strip at a time, so the writer never holds the whole image. The file appears
-/// complete or not at all: the image goes to a temporary file beside the target, renamed on
-/// success. Failures (unknown type, unwritable folder, full disk, an input's error) are
-/// reported through `error`, so the tree is aborted and the message is in its handler.
+/// complete or not at all: it is written as an `OutputFile`, a temporary file beside the
+/// target whose every write is checked, synced to disk and renamed on success (see
+/// `FileWriting`); OpenImageIO's own report of a write is not trusted alone, since some
+/// formats' writers (PNG) lose failed writes. Failures (unknown type, unwritable folder, full disk,
+/// an input's error) are reported through `error`, one line naming the file and the cause
+/// ("Write: cannot write out.png: No space left on device"), so the tree is aborted and the
+/// message is in its handler.
 ///
 /// What is written: the input's box as the data window and its format as the display window
 /// where the file type holds both (EXR, DPX), otherwise the format's area with zeros outside
@@ -63,8 +67,10 @@ public:
     /// Threads, progress and interrupt for the renders `execute` runs.
     void render_options(const RenderOptions& options) { m_options = options; }
 
-    /// True when OpenImageIO has a writer for the type `filename`'s name asks for.
-    static bool knows_file_type(const std::string& filename);
+    /// Why files of the type `filename`'s name asks for cannot be written: "no image format
+    /// is known for its name", or OpenImageIO's writer of the type cannot have its writes
+    /// checked (sgi, heif, fits, ico, rla, term, zfile). Empty when they can.
+    static std::string refusal(const std::string& filename);
     /// The compressions of the file type `filename`'s name asks for, as "zip[:1-9]" (a name,
     /// and the levels it may take after a colon); empty when the type offers no choice.
     static std::vector<std::string> compressions(const std::string& filename);

@@ -2,7 +2,6 @@
 #include "image/ImageBuffer.h"
 
 #include <algorithm>
-#include <cassert>
 #include <cstdint>
 #include <limits>
 #include <new>
@@ -123,10 +122,7 @@ void ImageBuffer<T>::_validate(bool /*for_real*/) {
     format.name = "";
     info_().format(format);
     info_().set(Box{0, 0, width, height});
-    const bool declarable = data != nullptr && channels > 0;
-    info_().channels(
-        declarable ? ChannelSet(std::uint32_t((std::uint64_t(1) << std::min(channels, 31)) - 1))
-                   : Mask_None);
+    info_().channels(data != nullptr ? quorblen::firstChannels(channels) : Mask_None);
     set_out_channels(Mask_All);
 }
 
@@ -135,20 +131,8 @@ void ImageBuffer<T>::_request(int, int, int, int, const ChannelSet&, int) {}
 
 template <class T>
 void ImageBuffer<T>::engine(int y, int x, int r, const ChannelSet& requested, Row& row) {
-    if (data == nullptr) {
-        row.erase(requested);
-        return;
-    }
-    assert(y >= 0 && y < height && x >= 0 && x <= r && r <= width);
-    const T* line = data + static_cast<std::ptrdiff_t>(y) * stride;
-    for (Channel z : requested) {
-        float* out = row.writable(z);
-        if (z - 1 < channels) {
-            quorblen::copyPlaneToRow(line, channels, z - 1, x, r, out);
-        } else {
-            std::fill(out + x, out + r, 0.0f);
-        }
-    }
+    quorblen::serveRow(*this, quorblen::firstChannels(channels), Box{0, 0, width, height}, y, x, r,
+                       requested, row);
 }
 
 template class ImageBuffer<float>;

@@ -8,7 +8,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <streambuf>
 #include <string>
+
+#include "host/OutputFile.h"
 
 namespace quorblen {
 namespace {
@@ -81,6 +84,42 @@ bool readRawContents(std::istream& in, ImageBuffer* buffer) {
     return true;
 }
 
+/// A stream buffer writing straight to an OutputFile, which takes no more bytes once
+/// `interrupt` (when given) is set.
+class OutputFileBuffer : public std::streambuf {
+public:
+    OutputFileBuffer(host::OutputFile& file, const std::atomic<bool>* interrupt)
+        : m_file(file), m_interrupt(interrupt) {}
+
+protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+        // In pieces, so that an interrupt stops a large image early.
+        constexpr std::streamsize piece = std::streamsize(1) << 22;
+        std::streamsize done = 0;
+        while (done < count) {
+            if (m_interrupt != nullptr && m_interrupt->load()) {
+                m_file.discard();
+            }
+            const std::streamsize size = std::min(piece, count - done);
+            if (!m_file.append(bytes + done, std::size_t(size))) {
+                break;
+            }
+            done += size;
+        }
+        return done;
+    }
+    int_type overflow(int_type ch) override {
+        const char byte = traits_type::to_char_type(ch);
+        return traits_type::eq_int_type(ch, traits_type::eof()) || xsputn(&byte, 1) == 1
+                   ? traits_type::not_eof(ch)
+                   : traits_type::eof();
+    }
+
+private:
+    host::OutputFile& m_file;
+    const std::atomic<bool>* m_interrupt;
+};
+
 /// Prints "ImageBuffer::" `what` `filename` on stderr and returns false.
 bool reportFailure(const char* what, const char* filename) {
     std::cerr << "ImageBuffer::" << what << filename << std::endl;
@@ -125,6 +164,16 @@ bool writeRaw(const char* filename, const ImageBuffer* buffer) {
     }
     writeRaw(out, buffer);
     return true;
+}
+
+int saveRaw(const char* filename, const ImageBuffer& buffer, const std::atomic<bool>* interrupt) {
+    assert(filename != nullptr);
+    host::OutputFile file(filename);
+    OutputFileBuffer bytes(file, interrupt);
+    std::ostream out(&bytes);
+    writeRaw(out, &buffer);
+    file.commit();
+    return file.errorNumber();
 }
 
 std::istream& readRaw(std::istream& in, ImageBuffer* buffer) {

@@ -1,6 +1,7 @@
 // Raw image files: three int32 dimensions followed by the float samples, in machine byte order.
 #pragma once
 
+#include <atomic>
 #include <iosfwd>
 #include <string>
 
@@ -32,6 +33,16 @@ std::string rawFileShortfall(const char* filename);
 /// true otherwise (later write errors are not detected).
 /// Preconditions: `filename` and `buffer` are not null.
 bool writeRaw(const char* filename, const ImageBuffer* buffer);
+
+/// Saves `buffer` to the raw file `filename` all or nothing, reporting nothing: the bytes go to
+/// a temporary file beside it (host::OutputFile), every write and the close checked, synced to
+/// disk and renamed over `filename`. Stops early, leaving `filename` untouched, once
+/// `interrupt` (when given) is set. Returns 0 when `filename` holds the image; otherwise the
+/// errno of the first failure (ENOENT, EACCES, ENOSPC, EFBIG, ...; ECANCELED when
+/// interrupted), with no file left behind.
+/// Precondition: `filename` is not null.
+int saveRaw(const char* filename, const ImageBuffer& buffer,
+            const std::atomic<bool>* interrupt = nullptr);
 
 /// The stream form of readRaw for an open binary stream: the same reading, without opening,
 /// closing or reporting; a stream that ends early is a short file. An oversized header sets

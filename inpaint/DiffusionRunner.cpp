@@ -17,7 +17,8 @@ constexpr InpaintRecipe diffusionRecipes[] = {InpaintRecipe::TV, InpaintRecipe::
 
 /// Known pixels kept around the hole for the diffusion steps: the elastica step reads the
 /// curvature of band pixels one pixel outside the hole, which must themselves be interior.
-int diffusionMargin(const RecipeOptions& /*options*/) {
+int diffusionMargin(const RecipeOptions& /*options*/, const Region& /*holeBox*/, int /*width*/,
+                    int /*height*/) {
     return 2;
 }
 

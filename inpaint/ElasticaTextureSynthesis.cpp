@@ -37,7 +37,7 @@ double inpaintElasticaTextureSynthesisOn(WorkerPool& pool, const ImageBuffer& sr
     PatchPlanes planes(img, src.width, src.height, patchRadius);
     const PatchSource sources[] = {{&src, &planes, &candidates}};
     const PatchSearch search{pool, fastestPatchLanes(), src, searchRadius, sources};
-    EnergyTrials trials(pool.size(), TrialEnergy::Elastica, epsilon, curvatureWeight);
+    EnergyTrials trials(pool.size(), epsilon, curvatureWeight);
     // The energy is >= 0 when the curvature weight is, as the pruning needs.
     const bool prunable = patchWeight >= 0.0 && static_cast<float>(curvatureWeight) >= 0.0f;
     SeedTracker seeds;

@@ -1,4 +1,5 @@
-// Candidate colours tried at the pixel being filled, from remembered per-channel terms.
+// The elastica energy of candidate colours at the pixel being filled, from remembered
+// per-channel terms.
 #include "inpaint/EnergyTrials.h"
 
 #include <algorithm>
@@ -25,9 +26,8 @@ std::size_t slotOf(std::uint32_t bits) {
 
 }  // namespace
 
-EnergyTrials::EnergyTrials(int workers, TrialEnergy kind, double epsilon, double curvatureWeight)
-    : m_kind(kind),
-      m_eps2(squaredInFloat(static_cast<float>(epsilon))),
+EnergyTrials::EnergyTrials(int workers, double epsilon, double curvatureWeight)
+    : m_eps2(squaredInFloat(static_cast<float>(epsilon))),
       m_weight(static_cast<float>(curvatureWeight)) {
     m_workers.resize(std::size_t(workers));
     for (Worker& worker : m_workers) {
@@ -66,10 +66,7 @@ const double* EnergyTrials::shares(Worker& worker, int c, float value) const {
     for (int k = 0; k < Points; ++k) {
         const Offset q = FivePointStencil[std::size_t(k)];
         const PlaneAt u(worker.local, Reach + q.dx, Reach + q.dy, c);
-        // The gradient magnitude is a float, widened as the total variation adds it.
-        term.share[k] = m_kind == TrialEnergy::Elastica
-                            ? elasticaChannelDensity(u, m_eps2, m_weight)
-                            : static_cast<double>(stencilGradientMagnitude(u));
+        term.share[k] = elasticaChannelDensity(u, m_eps2, m_weight);
     }
     term.value = bits;
     term.pixel = m_pixel;

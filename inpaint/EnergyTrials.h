@@ -1,5 +1,5 @@
-// Candidate colours tried at the pixel being filled, without writing the image; not part of
-// the library's interface.
+// The elastica energy of candidate colours tried at the pixel being filled, without writing
+// the image; not part of the library's interface.
 #pragma once
 
 #include <bit>
@@ -11,27 +11,22 @@
 
 namespace quorblen::detail {
 
-/// The energies a colour is judged by at the pixel being filled.
-enum class TrialEnergy {
-    Elastica,        ///< elasticaEnergy
-    TotalVariation,  ///< localTotalVariation
-};
-
-/// The energy at the pixel being filled with a candidate colour in place, as the image would
-/// give it, for several threads at once: each worker has its own copy of the pixel's 5 x 5
-/// neighbourhood (all the energies read there) and its own memory of terms.
+/// elasticaEnergy at the pixel being filled with a candidate colour in place, as the image
+/// would give it, for several threads at once: each worker has its own copy of the pixel's
+/// 5 x 5 neighbourhood (all the energy reads there) and its own memory of terms.
 ///
-/// Both energies add, in a fixed order, terms that each read one colour channel: for each of
-/// the five stencil pixels q and each channel c, the channel's share at q, which depends on
-/// the tried colour through its channel c alone. A term computed once for a channel value is
-/// the same double the next time that value is tried at the same pixel, so the energy is
-/// assembled from remembered terms in the same order: photos of 8-bit samples offer a few
-/// hundred values per channel to thousands of candidates.
+/// The energy adds, in a fixed order, terms that each read one colour channel: for each of
+/// the five stencil pixels q and each channel c, the channel's share of q's density, which
+/// depends on the tried colour through its channel c alone. A term computed once for a
+/// channel value is the same double the next time that value is tried at the same pixel, so
+/// the energy is assembled from remembered terms in the same order: photos of 8-bit samples
+/// offer a few hundred values per channel to thousands of candidates. (Scoring every colour
+/// in full, CandidateEnergy, takes about twice as long on such photos.)
 class EnergyTrials {
 public:
-    /// Trials of `kind` for `workers` threads; `epsilon` and `curvatureWeight` as EnergyProbe
-    /// keeps them (single precision), read by the elastica energy only.
-    EnergyTrials(int workers, TrialEnergy kind, double epsilon = 0.0, double curvatureWeight = 0.0);
+    /// Trials for `workers` threads; `epsilon` and `curvatureWeight` as EnergyProbe keeps them
+    /// (single precision).
+    EnergyTrials(int workers, double epsilon, double curvatureWeight);
 
     /// Every worker's copy of the neighbourhood of (x, y) in `image`, which must lie at least
     /// 2 pixels inside it; forgets the terms of the previous pixel.
@@ -50,23 +45,23 @@ public:
             }
             share[c] = w.last[c];
         }
+        // Each stencil pixel's density summed from 0.0, then added.
         double total = 0.0;
         for (int k = 0; k < Points; ++k) {
-            if (m_kind == TrialEnergy::Elastica) {
-                // elasticaEnergy: each stencil pixel's density summed from 0.0, then added.
-                double density = 0.0;
-                for (int c = 0; c < 3; ++c) {
-                    density += share[c][k];
-                }
-                total += density;
-            } else {
-                // localTotalVariation: one running sum, channels inner.
-                for (int c = 0; c < 3; ++c) {
-                    total += share[c][k];
-                }
+            double density = 0.0;
+            for (int c = 0; c < 3; ++c) {
+                density += share[c][k];
             }
+            total += density;
         }
         return total;
+    }
+
+    /// scores[i] = energy(worker, colours + 3 i) for i < n.
+    void energies(int worker, const float* colours, std::size_t n, double* scores) {
+        for (std::size_t i = 0; i < n; ++i) {
+            scores[i] = energy(worker, colours + 3 * i);
+        }
     }
 
 private:
@@ -87,7 +82,6 @@ private:
     const double* shares(Worker& worker, int c, float value) const;
 
     std::vector<Worker> m_workers;
-    TrialEnergy m_kind;
     double m_eps2;
     double m_weight;
     std::uint32_t m_pixel = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <ostream>
+#include <span>
 #include <vector>
 
 #include "inpaint/Driver.h"
@@ -21,7 +22,8 @@ constexpr InpaintRecipe exemplarRecipes[] = {
 /// max(1, patchRadius) from a hole pixel, and needs every hole pixel at least 2 (energy and
 /// total-variation stencils) and patchRadius inside its image: the margin gives both, so the
 /// passes see every donor the whole image offers.
-int exemplarMargin(const RecipeOptions& options) {
+int exemplarMargin(const RecipeOptions& options, const Region& /*holeBox*/, int /*width*/,
+                   int /*height*/) {
     return options.searchRadius + std::max(2, options.patchRadius);
 }
 
@@ -36,16 +38,20 @@ ImageBuffer withoutDonors(const ImageBuffer& work) {
     return copy;
 }
 
-/// How many pixels of `list` have no donor of `work` in the square of half-width `radius`
-/// around them; they keep the first guess.
-std::size_t unreachedPixels(const ImageBuffer& work, const PixelList& list, int radius) {
+/// How many pixels of `list` have no donor of any of the working images `sources` (laid out
+/// alike) in the square of half-width `radius` around them; they keep the first guess.
+std::size_t unreachedPixels(std::span<const ImageBuffer* const> sources, const PixelList& list,
+                            int radius) {
+    const ImageBuffer& work = *sources.front();
     // Donors counted over every rectangle from the origin: any window's count in four reads.
     const int w = work.width;
     std::vector<int> sums(std::size_t(w + 1) * (work.height + 1), 0);
     for (int y = 0; y < work.height; ++y) {
         for (int x = 0; x < w; ++x) {
-            const bool donor =
-                work.data[std::ptrdiff_t(y) * work.stride + x * WorkChannels + WorkDonor] == 0.0f;
+            const std::ptrdiff_t at = std::ptrdiff_t(y) * work.stride + x * WorkChannels;
+            const bool donor = std::any_of(sources.begin(), sources.end(), [&](const auto* s) {
+                return s->data[at + WorkDonor] == 0.0f;
+            });
             sums[std::size_t(y + 1) * (w + 1) + x + 1] =
                 donor + sums[std::size_t(y) * (w + 1) + x + 1] +
                 sums[std::size_t(y + 1) * (w + 1) + x] - sums[std::size_t(y) * (w + 1) + x];
@@ -122,15 +128,18 @@ ImageBuffer fillByPasses(const RecipeJob& job) {
     const RecipeOptions& options = job.options;
     ImageBuffer extras[2];
     const ImageBuffer* sources[2] = {options.source2, options.source3};
-    const char* names[2] = {"source2", "source3"};
     for (int k = 0; k < 2; ++k) {
-        extras[k] = sources[k] != nullptr ? job.cut(*sources[k]) : withoutDonors(job.start);
-        // A copied colour that is not a number would poison every later comparison.
-        knownRange(extras[k], names[k]);
+        extras[k] = sources[k] != nullptr ? job.cutSource(k) : withoutDonors(job.start);
     }
     ImageBuffer work(job.start);
     PixelList list = unknownPixels(job.start);
-    if (const std::size_t unreached = unreachedPixels(job.start, list, options.searchRadius)) {
+    // Sources with their own masks may reach pixels the image cannot.
+    const bool threeSources = options.recipe == InpaintRecipe::WeightedElastica ||
+                              options.recipe == InpaintRecipe::MultiSource ||
+                              options.recipe == InpaintRecipe::Fallback;
+    const ImageBuffer* donors[] = {&job.start, &extras[0], &extras[1]};
+    if (const std::size_t unreached =
+            unreachedPixels(std::span(donors, threeSources ? 3 : 1), list, options.searchRadius)) {
         job.log << job.name << ": " << unreached << " of " << list.size()
                 << " hole pixels have no known pixel within the search radius and keep the "
                    "first guess\n";

@@ -259,16 +259,30 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
         });
 }
 
-/// searchCandidates scored by energy(worker, colour) alone, over the pool. Source s is
+/// searchCandidates scored by an energy of the candidate's colour alone, over the pool. Source s is
 /// sources[s]: planes 0-2 its colour, plane 3 the channel whose value must pass
-/// eligible(value); a null source offers nothing. energy may write only its worker's own
+/// eligible(value); a null source offers nothing. energies(worker, colours, n, scores)
+/// scores n colours (3 floats each) of a column at once, writing only its worker's own
 /// state.
-template <class Eligible, class Energy>
+template <class Eligible, class Energies>
 Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y, int radius,
                       int margin, std::span<const ColumnPlanes* const> sources, double start,
-                      Eligible eligible, Energy energy) {
+                      Eligible eligible, Energies energies) {
     const SearchWindow window(bounds, x, y, radius, margin);
     const int count = int(sources.size());
+    const std::size_t rows = std::size_t(std::max(0, window.y1 - window.y0 + 1));
+    // Per worker, a column's candidates: their rows, colours and scores.
+    struct Column {
+        std::vector<int> rows;
+        std::vector<float> colours;
+        std::vector<double> scores;
+    };
+    std::vector<Column> columns(std::size_t(pool.size()));
+    for (Column& c : columns) {
+        c.rows.reserve(rows);
+        c.colours.reserve(3 * rows);
+        c.scores.resize(rows);
+    }
     return searchColumns(
         pool, window, x, y, count, start, [&](int worker, int cx, int s, RankedChoice& best) {
             if (sources[std::size_t(s)] == nullptr) {
@@ -280,21 +294,27 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
             for (int k = 0; k < 4; ++k) {
                 planes[k] = from.plane(k) + column;
             }
-            // A candidate of the same colour bits as the last one offered scores the same and
-            // comes later: it can neither win nor tie for the choice.
-            float last[3];
-            bool offered = false;
+            Column& c = columns[std::size_t(worker)];
+            c.rows.clear();
+            c.colours.clear();
+            // A candidate of the same colour bits as the last one scores the same and comes
+            // later: it can neither win nor tie for the choice.
             for (int cy = window.y0; cy <= window.y1; ++cy) {
                 if (!eligible(planes[3][cy])) {
                     continue;
                 }
                 const float colour[3] = {planes[0][cy], planes[1][cy], planes[2][cy]};
-                if (offered && std::memcmp(colour, last, sizeof colour) == 0) {
+                if (!c.rows.empty() &&
+                    std::memcmp(colour, &c.colours[c.colours.size() - 3], sizeof colour) == 0) {
                     continue;
                 }
-                std::memcpy(last, colour, sizeof colour);
-                offered = true;
-                best.offer(energy(worker, colour), cx, cy, s,
+                c.rows.push_back(cy);
+                c.colours.insert(c.colours.end(), colour, colour + 3);
+            }
+            energies(worker, c.colours.data(), c.rows.size(), c.scores.data());
+            for (std::size_t i = 0; i < c.rows.size(); ++i) {
+                const int cy = c.rows[i];
+                best.offer(c.scores[i], cx, cy, s,
                            [&] { return visitingOrder(window, cx, cy, s, count); });
             }
         });

@@ -12,8 +12,8 @@ namespace quorblen {
 ImageBuffer nearestKnownFill(const ImageBuffer& colour, const HoleFlags& hole);
 
 /// The working image of `region` cut from `image` (1 to 3 colour planes besides `alphaPlane`,
-/// -1: none), its hole given the first guess over the whole image: pixels beyond the image
-/// then repeat known colours only.
+/// -1: none), its hole given the first guess, as nearestKnownFill over the whole image gives
+/// it: pixels beyond the image then repeat known colours only.
 /// Preconditions: those of colourPlanes and nearestKnownFill.
 ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
                                    const Region& region);

@@ -32,6 +32,9 @@ inline bool keepsMargin(const ImageBuffer& image, long long x, long long y, int 
     return x >= margin && y >= margin && x < image.width - margin && y < image.height - margin;
 }
 
+/// sqrt(1/2) rounded to float, widened: the gradient magnitude's scale.
+inline constexpr double RootHalf = static_cast<double>(0.70710677f);
+
 /// One channel plane of an image seen from one pixel: u(dx, dy) is the sample at that
 /// offset, read without bounds checks.
 struct PlaneAt {
@@ -52,40 +55,66 @@ struct EdgeTerms {
     float g;
 };
 
-/// d = u(p + n_k) - u(p) and the transverse sum are single precision; the magnitude
-/// sqrt(d*d + (t/4)^2) is taken in double (d*d still a float product) and stored as float.
-inline EdgeTerms edgeTerms(const PlaneAt& u, int k) {
-    const float d = u(NeighbourOffsets[k]) - u(0, 0);
+/// The transverse sum across the edge to neighbour k, in single precision.
+inline float transverseSum(const PlaneAt& u, int k) {
     const auto& t = TransverseOffsets[k];
-    const float across = ((u(t[0]) + u(t[1])) - u(t[2])) - u(t[3]);
-    const double quarter = 0.25 * static_cast<double>(across);
-    return {d, static_cast<float>(std::sqrt(static_cast<double>(d * d) + quarter * quarter))};
+    return ((u(t[0]) + u(t[1])) - u(t[2])) - u(t[3]);
 }
 
-/// Curvature of the level lines at the pixel: the four edge differences over their
-/// regularised edge magnitudes, summed in double from 0.0 in the order k = 0..3.
-/// `eps2` is the regulariser already squared.
+/// (t/4)^2 in double of a transverse sum t.
+inline double quarterSquared(float across) {
+    const double quarter = 0.25 * static_cast<double>(across);
+    return quarter * quarter;
+}
+
+/// The difference to neighbour k, u(p + n_k) - u(p), in single precision.
+inline float edgeDifference(const PlaneAt& u, int k) {
+    return u(NeighbourOffsets[k]) - u(0, 0);
+}
+
+/// d and the transverse sum are single precision; the magnitude sqrt(d*d + (t/4)^2) is taken
+/// in double (d*d still a float product) and stored as float.
+inline EdgeTerms edgeTerms(const PlaneAt& u, int k) {
+    const float d = edgeDifference(u, k);
+    return {d, static_cast<float>(
+                   std::sqrt(static_cast<double>(d * d) + quarterSquared(transverseSum(u, k))))};
+}
+
+/// One term of the curvature: the edge difference over its regularised edge magnitude.
+inline double curvatureTerm(EdgeTerms e, double eps2) {
+    const double g = e.g;
+    return static_cast<double>(e.d) / std::sqrt(g * g + eps2);
+}
+
+/// Curvature of the level lines at the pixel: the four curvature terms summed in double from
+/// 0.0 in the order k = 0..3. `eps2` is the regulariser already squared.
 inline double curvatureAt(const PlaneAt& u, double eps2) {
     double sum = 0.0;
     for (int k = 0; k < 4; ++k) {
-        const EdgeTerms e = edgeTerms(u, k);
-        const double g = e.g;
-        sum += static_cast<double>(e.d) / std::sqrt(g * g + eps2);
+        sum += curvatureTerm(edgeTerms(u, k), eps2);
     }
     return sum;
+}
+
+/// The samples of the four one-sided differences of the gradient magnitude (right, left, down,
+/// up), minuend first.
+inline constexpr Offset GradientDifferences[4][2] = {
+    {{+1, 0}, {0, 0}}, {{0, 0}, {-1, 0}}, {{0, +1}, {0, 0}}, {{0, 0}, {0, -1}}};
+
+/// One-sided difference i of the gradient magnitude, in single precision.
+inline float oneSidedDifference(const PlaneAt& u, int i) {
+    return u(GradientDifferences[i][0]) - u(GradientDifferences[i][1]);
 }
 
 /// Gradient magnitude from the four one-sided differences at the pixel (right, left, down, up):
 /// squares summed in single precision in that order, the root taken in double and scaled by
 /// sqrt(1/2) rounded to float, stored as float.
 inline float stencilGradientMagnitude(const PlaneAt& u) {
-    constexpr double RootHalf = static_cast<double>(0.70710677f);
-    const float uq = u(0, 0);
-    const float d0 = u(+1, 0) - uq;
-    const float d1 = uq - u(-1, 0);
-    const float d2 = u(0, +1) - uq;
-    const float d3 = uq - u(0, -1);
-    const float sum = ((d0 * d0 + d1 * d1) + d2 * d2) + d3 * d3;
+    float d[4];
+    for (int i = 0; i < 4; ++i) {
+        d[i] = oneSidedDifference(u, i);
+    }
+    const float sum = ((d[0] * d[0] + d[1] * d[1]) + d[2] * d[2]) + d[3] * d[3];
     return static_cast<float>(std::sqrt(static_cast<double>(sum)) * RootHalf);
 }
 

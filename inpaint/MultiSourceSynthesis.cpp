@@ -34,7 +34,7 @@ public:
           energy(withEnergy ? src : ImageBuffer()),
           colour{&src, &extraSrc1, &extraSrc2},
           compare{&fill, &extraSrc1, &extraSrc2},
-          trials(pool.size(), TrialEnergy::Elastica, epsilon, curvatureWeight),
+          trials(pool.size(), epsilon, curvatureWeight),
           m_pool(pool),
           m_maskChannel(maskChannel),
           m_patchRadius(patchRadius),
@@ -121,7 +121,9 @@ public:
         return searchByEnergy(
             m_pool, src(), x, y, m_searchRadius, 1, m_columns, probe().current(),
             [](float mask) { return mask == 0.0f; },
-            [&](int worker, const float* c) { return trials.energy(worker, c); });
+            [&](int worker, const float* colours, std::size_t n, double* scores) {
+                trials.energies(worker, colours, n, scores);
+            });
     }
 
     /// Whether sample m_maskChannel of `source` is 0.0 at some pixel of src's extent.

@@ -17,7 +17,8 @@ namespace {
 using detail::RecipeRunner;
 
 /// Every family of recipes; each recipe belongs to exactly one.
-const RecipeRunner* const runners[] = {&detail::diffusionRunner, &detail::exemplarRunner};
+const RecipeRunner* const runners[] = {&detail::diffusionRunner, &detail::exemplarRunner,
+                                       &detail::patchMatchRunner};
 
 const RecipeRunner& runnerOf(InpaintRecipe recipe) {
     const auto runs = [&](const RecipeRunner* runner) {
@@ -50,6 +51,35 @@ void checkSource(const char* what, const ImageBuffer* source, const ImageBuffer&
     }
 }
 
+/// Throws std::invalid_argument, naming `what`, unless `mask` has the size of `image`.
+void checkMaskSize(const std::string& what, const ImageBuffer& mask, const ImageBuffer& image) {
+    if (mask.width != image.width || mask.height != image.height || mask.channels < 1) {
+        throw std::invalid_argument(what + " is " + std::to_string(mask.width) + " x " +
+                                    std::to_string(mask.height) + " but the image is " +
+                                    std::to_string(image.width) + " x " +
+                                    std::to_string(image.height));
+    }
+}
+
+/// Throws std::invalid_argument unless `mask`, the hole of source `what`, is null or has the
+/// size of `image`, comes with its source and leaves a pixel of it known.
+void checkSourceMask(const char* what, const ImageBuffer* mask, const ImageBuffer* source,
+                     const ImageBuffer& image) {
+    if (mask == nullptr) {
+        return;
+    }
+    const std::string name = std::string(what) + "Mask";
+    checkMaskSize(name, *mask, image);
+    if (source == nullptr) {
+        throw std::invalid_argument(name + " is given without " + what);
+    }
+    const HoleFlags hole = holeFlags(*mask);
+    if (std::count(hole.begin(), hole.end(), 1) == std::ptrdiff_t(hole.size())) {
+        throw std::invalid_argument(name + " marks every pixel, leaving " + what +
+                                    " nothing to donate");
+    }
+}
+
 }  // namespace
 
 ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer& mask,
@@ -59,15 +89,12 @@ ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer
         throw std::invalid_argument("the image has " + std::to_string(colourCount) +
                                     " colour channels; 1 to 3 can be filled");
     }
-    if (mask.width != image.width || mask.height != image.height || mask.channels < 1) {
-        throw std::invalid_argument("the mask is " + std::to_string(mask.width) + " x " +
-                                    std::to_string(mask.height) + " but the image is " +
-                                    std::to_string(image.width) + " x " +
-                                    std::to_string(image.height));
-    }
+    checkMaskSize("the mask", mask, image);
     checkOptions(options);
     checkSource("source2", options.source2, image);
     checkSource("source3", options.source3, image);
+    checkSourceMask("source2", options.source2Mask, options.source2, image);
+    checkSourceMask("source3", options.source3Mask, options.source3, image);
     const HoleFlags hole = holeFlags(mask);
     const auto holePixels = std::count(hole.begin(), hole.end(), 1);
     if (holePixels == 0) {
@@ -83,7 +110,9 @@ ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer
         *std::find_if(recipes.begin(), recipes.end(),
                       [&](const RecipeInfo& entry) { return entry.recipe == options.recipe; });
     const RecipeRunner& runner = runnerOf(options.recipe);
-    const Region region = holeRegion(hole, image.width, image.height, runner.margin(options));
+    const Region box = holeRegion(hole, image.width, image.height, 0);
+    const int margin = runner.margin(options, box, image.width, image.height);
+    const Region region{box.x0 - margin, box.y0 - margin, box.x1 + margin, box.y1 + margin};
     const ImageBuffer start = firstGuessWorkingImage(image, alphaPlane, hole, region);
     // No step could diffuse, nor any comparison judge, a known colour that is not a number.
     const double range = knownRange(start, "the image");

@@ -25,8 +25,13 @@ namespace quorblen {
 /// counts such pixels).
 ///
 /// A mask that marks no pixel returns `image` unchanged (saying so on `log`).
+/// A source given with its own mask (`source2Mask`, `source3Mask`: a neighbouring frame of a
+/// sequence, its object elsewhere) donates its pixels outside that mask, also those behind the
+/// image's hole; a source without one donates only pixels outside the image's hole.
+///
 /// Throws std::invalid_argument for bad input: sizes that differ, no colour plane or more
-/// than 3, a mask that marks every pixel (nothing to fill from), an option out of its range.
+/// than 3, a mask that marks every pixel (nothing to fill from), a source mask without its
+/// source or marking every pixel, an option out of its range.
 /// Throws std::runtime_error when a recipe fails (the elastica flow still diverging at a
 /// small fraction of its time step), and std::bad_alloc.
 ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer& mask,

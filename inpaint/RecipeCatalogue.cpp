@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,7 +15,8 @@ constexpr RecipeInfo recipeTable[] = {
     {InpaintRecipe::Elastica, "elastica",
      "Euler's-elastica flow: continues level lines smoothly into the hole (slower)"},
     {InpaintRecipe::Texture, "texture",
-     "copies the centres of best-matching patches, from the hole's edge inwards: texture"},
+     "copies the centres of best-matching patches, from the hole's edge inwards: texture; "
+     "thin holes (wires, scratches, text)"},
     {InpaintRecipe::TextureTV, "texture-tv",
      "copies the nearby known colour that leaves the image locally smoothest (fast)"},
     {InpaintRecipe::ElasticaTexture, "elastica-texture",
@@ -29,6 +29,9 @@ constexpr RecipeInfo recipeTable[] = {
      "texture drawing on up to three images (--source2, --source3)"},
     {InpaintRecipe::Fallback, "fallback",
      "multi-source; without a near-exact patch match, the known colour of least energy"},
+    {InpaintRecipe::PatchMatch, "patchmatch",
+     "coarse-to-fine patch match over the hole's surroundings: object-sized holes (a whole "
+     "object to remove)"},
 };
 
 constexpr RecipeParameter parameterTable[] = {
@@ -48,7 +51,8 @@ constexpr RecipeParameter parameterTable[] = {
      &RecipeOptions::passes, 1, 100, false},
     {"search-radius", "exemplar methods: half-width of the square searched for donors, in pixels",
      &RecipeOptions::searchRadius, 1, 100, false},
-    {"patch-radius", "exemplar methods that compare patches: their half-width, in pixels",
+    {"patch-radius",
+     "exemplar methods that compare patches, and patchmatch: their half-width, in pixels",
      &RecipeOptions::patchRadius, 1, 20, false},
     {"curvature-weight",
      "elastica-texture, texture-elastica, weighted-elastica, fallback: weight b of the "
@@ -58,6 +62,16 @@ constexpr RecipeParameter parameterTable[] = {
      "elastica-texture, weighted-elastica: weight of the patch distance (a mean squared "
      "colour difference) against the energy",
      &RecipeOptions::patchWeight, 0, HUGE_VAL, false},
+    {"levels",
+     "patchmatch: most pyramid levels, the full resolution included (0: halve until the hole "
+     "is at most four patch radii deep)",
+     &RecipeOptions::levels, 0, 16, false},
+    {"rounds", "patchmatch: rounds of search and vote per pyramid level", &RecipeOptions::rounds, 1,
+     100, false},
+    {"window",
+     "patchmatch: margin of known surroundings searched for matches around the hole's "
+     "bounding box, in multiples of its larger side",
+     &RecipeOptions::window, 0, 100, true},
     {"threads", "threads to run on, 0 for one per core; the result does not depend on it",
      &RecipeOptions::threads, 0, 1024, false},
 };
@@ -66,33 +80,6 @@ constexpr RecipeParameter parameterTable[] = {
 
 std::span<const RecipeParameter> recipeParameters() {
     return parameterTable;
-}
-
-double parameterValue(const RecipeParameter& parameter, const RecipeOptions& options) {
-    return std::visit([&](auto field) { return double(options.*field); }, parameter.field);
-}
-
-std::string parameterProblem(const RecipeParameter& p, double value) {
-    if ((value >= p.min && value <= p.max) && !(p.minExclusive && value == p.min)) {
-        return "";
-    }
-    std::ostringstream message;
-    message << "must be " << (p.minExclusive ? "above " : "at least ") << p.min;
-    if (p.max < HUGE_VAL) {
-        message << " and at most " << p.max;
-    }
-    message << ", not " << value;
-    return message.str();
-}
-
-std::string parameterRange(const RecipeParameter& p) {
-    std::ostringstream text;
-    if (p.max < HUGE_VAL) {
-        text << p.min << (p.minExclusive ? " (excluded)" : "") << " to " << p.max;
-    } else {
-        text << (p.minExclusive ? "above " : "at least ") << p.min;
-    }
-    return text.str();
 }
 
 std::string parameterDefaults(const RecipeParameter& parameter) {
@@ -105,17 +92,16 @@ std::string parameterDefaults(const RecipeParameter& parameter) {
     };
     const double usual = *std::max_element(values.begin(), values.end(),
                                            [&](double a, double b) { return count(a) < count(b); });
-    std::ostringstream text;
-    text << usual;
+    std::string text = parameterText(parameter, usual);
     const char* separator = " (";
     for (std::size_t k = 0; k < values.size(); ++k) {
         if (values[k] != usual) {
-            text << separator << recipeTable[k].name << " " << values[k];
+            text += separator + std::string(recipeTable[k].name) + " " +
+                    parameterText(parameter, values[k]);
             separator = ", ";
         }
     }
-    text << (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
-    return text.str();
+    return text + (count(usual) < std::ptrdiff_t(values.size()) ? ")" : "");
 }
 
 std::span<const RecipeInfo> inpaintRecipes() {
@@ -142,8 +128,15 @@ RecipeOptions recipeDefaults(InpaintRecipe recipe) {
     // the match lead and the energy settle near-ties.
     o.searchRadius = 32;
     o.patchRadius = 3;
+    // Patch match compares larger patches: they hold more of an object's shape.
+    if (recipe == InpaintRecipe::PatchMatch) {
+        o.patchRadius = 4;
+    }
     o.curvatureWeight = 1.0;
     o.patchWeight = 3000.0;
+    o.levels = 0;
+    o.rounds = 4;
+    o.window = 1.0;
     // Passes that score by elastica cost several times more; a second pass of theirs barely
     // changes a photo.
     o.passes = 3;

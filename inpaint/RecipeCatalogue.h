@@ -3,14 +3,15 @@
 
 #include <span>
 #include <string>
-#include <variant>
 
 #include "image/ImageBuffer.h"
+#include "image/Parameter.h"
 
 namespace quorblen {
 
-/// A way of filling a hole: by diffusion (TV, Elastica) or by passes that copy colours of
-/// known pixels (the others).
+/// A way of filling a hole: by diffusion (TV, Elastica), by passes that copy colours of known
+/// pixels (Texture to Fallback; best for thin holes: wires, scratches, text), or by
+/// coarse-to-fine patch match (PatchMatch; best for object-sized holes).
 enum class InpaintRecipe {
     TV,
     Elastica,
@@ -20,7 +21,8 @@ enum class InpaintRecipe {
     TextureElastica,
     WeightedElastica,
     MultiSource,
-    Fallback
+    Fallback,
+    PatchMatch
 };
 
 /// A recipe's name (as the command line spells it) and what it does, in one line.
@@ -59,48 +61,45 @@ struct RecipeOptions {
     /// Exemplar recipes: half-width of the square of candidate donor pixels around a hole
     /// pixel, in pixels.
     int searchRadius;
-    /// Exemplar recipes: half-width of the compared patches, in pixels.
+    /// Exemplar and patch-match recipes: half-width of the compared patches, in pixels.
     int patchRadius;
     /// Elastica-scored recipes: weight b of the curvature in the energy (1 + b kappa^2) |grad u|
     /// (at least 0; 0 scores total variation alone).
     double curvatureWeight;
     /// Recipes that add a patch distance to the energy: its weight (at least 0).
     double patchWeight;
+    /// Patch match: the most pyramid levels, the full resolution included; 0 halves until the
+    /// hole is at most four patch radii deep.
+    int levels;
+    /// Patch match: rounds of search and vote per level (at least 1).
+    int rounds;
+    /// Patch match: the known surroundings searched for matches, as the margin around the
+    /// hole's bounding box in multiples of its larger side (above 0).
+    double window;
     /// Threads a recipe may run on (0: one per core). The result does not depend on it.
     int threads;
     /// Three-source recipes: the second and third source of donor colours, with the width,
     /// height and channels of the image (alpha at the same plane, not read); null: the image.
-    /// The mask holds for every source: its pixels in the hole donate nothing.
     const ImageBuffer* source2;
     const ImageBuffer* source3;
+    /// The holes of source2 and source3 (a neighbouring frame's own matte): the width and
+    /// height of the image, a pixel in the hole where sample 0 is not 0. A source's pixels in
+    /// its hole donate nothing and its other pixels donate, those behind the image's hole
+    /// included. Null: the image's mask holds for that source. Each needs its source and must
+    /// leave a pixel of it known.
+    const ImageBuffer* source2Mask;
+    const ImageBuffer* source3Mask;
 };
 
 /// The defaults of `recipe`.
 RecipeOptions recipeDefaults(InpaintRecipe recipe);
 
-/// A numeric option of the recipes, for callers that parse or document options: its name
-/// (words joined by '-'), what it means with its unit, the field it sets and its range.
-struct RecipeParameter {
-    const char* name;
-    const char* meaning;
-    std::variant<int RecipeOptions::*, double RecipeOptions::*> field;
-    double min;
-    double max;  // HUGE_VAL: no upper limit
-    bool minExclusive;
-};
+/// A numeric option of the recipes, for callers that parse or document options
+/// (image/Parameter.h has the words for its range and mistakes).
+using RecipeParameter = Parameter<RecipeOptions>;
 
 /// Every numeric option; fillHole checks each against its range.
 std::span<const RecipeParameter> recipeParameters();
-
-/// The value of `parameter` in `options`, as a double.
-double parameterValue(const RecipeParameter& parameter, const RecipeOptions& options);
-
-/// What is wrong with `value` for `parameter` ("must be at least 1 and at most 100, not 0"),
-/// or an empty string when it lies in the range.
-std::string parameterProblem(const RecipeParameter& parameter, double value);
-
-/// The range of `parameter` in words: "0 to 1e+06", "0 (excluded) to 1", "above 0", ...
-std::string parameterRange(const RecipeParameter& parameter);
 
 /// The defaults of `parameter` over every recipe: "5", or "0.01 (elastica 0.1)" when some
 /// recipes' defaults differ from the most common one.

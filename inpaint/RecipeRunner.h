@@ -2,6 +2,7 @@
 // interface.
 #pragma once
 
+#include <cassert>
 #include <iosfwd>
 #include <span>
 
@@ -30,10 +31,21 @@ struct RecipeJob {
     const HoleFlags& hole;
     const Region& region;
 
-    /// The working image of `image` (laid out as the image: a source) cut as `start` was, so
-    /// that it lines up with it.
-    ImageBuffer cut(const ImageBuffer& image) const {
-        return firstGuessWorkingImage(image, alphaPlane, hole, region);
+    /// The working image of extra source k (0: options.source2, 1: options.source3) cut as
+    /// `start` was, so that it lines up with it: the same region and padding, its alpha and
+    /// donor flag from the source's own mask (source2Mask, source3Mask) or, without one, from
+    /// the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
+    /// naming the source, when a sample it knows is not a finite number.
+    /// Precondition: that source is given (fillHole checked its mask).
+    ImageBuffer cutSource(int k) const {
+        const ImageBuffer* source = k == 0 ? options.source2 : options.source3;
+        const ImageBuffer* mask = k == 0 ? options.source2Mask : options.source3Mask;
+        assert(source != nullptr);
+        ImageBuffer work = firstGuessWorkingImage(
+            *source, alphaPlane, mask != nullptr ? holeFlags(*mask) : hole, region);
+        // A copied colour that is not a number would poison every later comparison.
+        knownRange(work, k == 0 ? "source2" : "source3");
+        return work;
     }
 };
 
@@ -43,10 +55,11 @@ struct RecipeJob {
 struct RecipeRunner {
     /// The recipes of the family; no other family runs them.
     std::span<const InpaintRecipe> recipes;
-    /// How far outside the hole's bounding box the working image reaches for `options`: the
-    /// margin every hole pixel must keep from the working image's edges for the preconditions
-    /// of the family's passes, and for them to reach every donor the image offers.
-    int (*margin)(const RecipeOptions& options);
+    /// How far outside the hole's bounding box `holeBox` (in an image of `width` x `height`)
+    /// the working image reaches for `options`: the margin every hole pixel must keep from the
+    /// working image's edges for the preconditions of the family's passes, and for them to
+    /// reach every donor they may use.
+    int (*margin)(const RecipeOptions& options, const Region& holeBox, int width, int height);
     /// Fills the hole of job.start and returns the working image filled. Throws
     /// std::invalid_argument for input only the family reads (its sources), and
     /// std::runtime_error when the fill fails.
@@ -58,5 +71,8 @@ extern const RecipeRunner diffusionRunner;
 
 /// The exemplar recipes: passes that copy colours of known pixels.
 extern const RecipeRunner exemplarRunner;
+
+/// Coarse-to-fine patch match.
+extern const RecipeRunner patchMatchRunner;
 
 }  // namespace quorblen::detail

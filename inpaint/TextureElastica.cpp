@@ -34,7 +34,7 @@ double inpaintTextureElasticaOn(WorkerPool& pool, ImageBuffer& src, ImageBuffer&
     assert(src.channels > AlphaChannel && maskChannel >= 0 && maskChannel < new_img.channels);
     const float level = alphaLevel(iteration + 1.0);
     PassState pass(new_img, pix_list);
-    EnergyTrials trials(pool.size(), TrialEnergy::Elastica, epsilon, curvatureWeight);
+    EnergyTrials trials(pool.size(), epsilon, curvatureWeight);
     // Candidates are read from `new_img` column by column, each filled pixel refreshed.
     ColumnPlanes planes;
     if (maskChannel > 2) {
@@ -60,7 +60,9 @@ double inpaintTextureElasticaOn(WorkerPool& pool, ImageBuffer& src, ImageBuffer&
             donor = searchByEnergy(
                 pool, src, x, y, searchRadius, 1, sources, probe.current(),
                 [&](float mask) { return maskHere > mask; },
-                [&](int worker, const float* c) { return trials.energy(worker, c); });
+                [&](int worker, const float* colours, std::size_t n, double* scores) {
+                    trials.energies(worker, colours, n, scores);
+                });
         } else {
             donor = searchCandidates(
                 src, pass.x, pass.y, searchRadius, 1, 1, probe.current(),

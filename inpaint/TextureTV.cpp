@@ -3,8 +3,8 @@
 
 #include <cassert>
 
+#include "inpaint/CandidateEnergy.h"
 #include "inpaint/DiffusionKernels.h"
-#include "inpaint/EnergyTrials.h"
 #include "inpaint/FastSearch.h"
 #include "inpaint/PassState.h"
 #include "inpaint/PassThreads.h"
@@ -24,10 +24,8 @@ double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuff
                           int maskChannel, const PixelList& pix_list, int searchRadius) {
     assert(source.channels >= 3 && maskChannel >= 0 && maskChannel < source.channels);
     assert(output.width == source.width && output.height == source.height && output.channels >= 3);
-    // Candidates are tried in each worker's copy of the pixel's neighbourhood in `trial`,
-    // where the chosen colours stay for the later entries.
+    // Candidates are judged in `trial`, where the chosen colours stay for the later entries.
     ImageBuffer trial(source);
-    EnergyTrials trials(pool.size(), TrialEnergy::TotalVariation);
     // Candidates are read from `source` column by column: its colour and mask.
     const ColumnPlanes planes(source, source.width, source.height, {0, 1, 2, maskChannel});
     const ColumnPlanes* const sources[] = {&planes};
@@ -35,11 +33,13 @@ double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuff
     for (const PixelEntry& p : pix_list) {
         const int x = static_cast<int>(p.x);
         const int y = static_cast<int>(p.y);
-        trials.load(trial, x, y);
+        const CandidateTotalVariation variation(trial, x, y);
         const Choice donor = searchByEnergy(
             pool, source, x, y, searchRadius, 0, sources, localTotalVariation(trial, x, y),
             [](float mask) { return mask == 0.0f; },
-            [&](int worker, const float* c) { return trials.energy(worker, c); });
+            [&](int, const float* colours, std::size_t n, double* scores) {
+                variation.score(colours, n, scores);
+            });
         copyColour(source, donor.x, donor.y, trial, x, y);
         copyColour(source, donor.x, donor.y, output, x, y);
         tally.record(source, x, y, source, donor);

@@ -1,7 +1,7 @@
 // A fixed set of worker threads woken many times a second for short jobs.
 #include "inpaint/WorkerPool.h"
 
-#include <algorithm>
+#include "inpaint/Tasks.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <immintrin.h>
@@ -45,9 +45,7 @@ void awaitChange(const std::atomic<T>& value, T old) {
 }  // namespace
 
 WorkerPool::WorkerPool(int threads) {
-    if (threads <= 0) {
-        threads = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-    }
+    threads = threadCount(threads);
     m_workers.reserve(static_cast<std::size_t>(threads - 1));
     for (int k = 1; k < threads; ++k) {
         m_workers.emplace_back([this, k](std::stop_token stop) { serve(k, stop); });

@@ -1,9 +1,6 @@
 // The Quorblen node: registration, knobs, validation, and the cached whole-image engine.
 #include "node/Quorblen.h"
 
-#include <algorithm>
-#include <cassert>
-
 #include "host/OpWrapper.h"
 #include "image/RowCopy.h"
 #include "tv/TvUpscale.h"
@@ -107,24 +104,6 @@ void Quorblen::_request(int /*x*/, int /*y*/, int /*r*/, int /*t*/,
     }
 }
 
-void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels) {
-    host::Iop& in = op.input0();
-    const host::Box& box = in.info().box();
-    buffer.resize(box.w(), box.h(), channels.size());
-    if (buffer.data == nullptr) {
-        return;
-    }
-    host::Row row(box.x, box.r);
-    for (int y = box.y; y < box.t; ++y) {
-        row.get(in, y, box.x, box.r, channels);
-        if (op.aborted()) {
-            return;
-        }
-        row.interleave(channels, box.x, box.r,
-                       buffer.data + static_cast<std::ptrdiff_t>(y - box.y) * buffer.stride);
-    }
-}
-
 bool Quorblen::computeResult(const host::ChannelSet& channels) {
     std::scoped_lock lock(cacheMutex);
     // Another thread may have finished while this one waited for the lock.
@@ -139,7 +118,7 @@ bool Quorblen::computeResult(const host::ChannelSet& channels) {
     }
     outputBuffer.resize(2 * inputBuffer.width, 2 * inputBuffer.height, inputBuffer.channels);
     const TvUpscaleSettings settings =
-        upscaleSettings(iterations, lambda, regularization, render_threads());
+        upscaleSettings({iterations, lambda, regularization, render_threads()});
     const TvUpscaleMonitor monitor{[this] { return aborted(); },
                                    [this](double fraction) { progress_fraction(fraction); }};
     if (!tvUpscale(inputBuffer, outputBuffer, settings, monitor)) {
@@ -159,21 +138,7 @@ void Quorblen::engine(int y, int x, int r, const host::ChannelSet& channels, hos
         return;
     }
     // The cache holds the box: its row 0 and column 0 are the box's top left corner.
-    const host::Box& box = info().box();
-    assert(y >= box.y && y < box.t && x >= box.x && r <= box.r);
-    const float* line =
-        outputBuffer.data + static_cast<std::ptrdiff_t>(y - box.y) * outputBuffer.stride;
-    int plane = 0;
-    for (host::Channel z : cachedPlanes) {
-        if (channels.contains(z)) {
-            copyPlaneToRow(line, outputBuffer.channels, plane, x - box.x, r - box.x,
-                           row.writable(z) + box.x);
-        }
-        ++plane;
-    }
-    for (host::Channel z : channels - cachedPlanes) {
-        std::fill(row.writable(z) + x, row.writable(z) + r, 0.0f);
-    }
+    serveRow(outputBuffer, cachedPlanes, info().box(), y, x, r, channels, row);
 }
 
 }  // namespace quorblen

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "host/Iop.h"
+#include "image/FillBuffer.h"
 #include "image/ImageBuffer.h"
 #include "node/QuorblenKnobs.h"
 
@@ -26,9 +27,9 @@ public:
     static const host::Op::Description description;
 
     // Knob-bound settings.
-    int iterations = DefaultIterations;
-    double lambda = DefaultLambda;
-    double regularization = DefaultRegularization;
+    int iterations = UpscaleOptions{}.iterations;
+    double lambda = UpscaleOptions{}.lambda;
+    double regularization = UpscaleOptions{}.regularization;
 
     /// True when the cached result must be recomputed before rows are served. Set (release)
     /// by validation, cleared (release) under `cacheMutex` when a computation completes, read
@@ -63,11 +64,6 @@ protected:
     void _validate(bool for_real) override;
     void _request(int x, int y, int r, int t, const host::ChannelSet& channels, int count) override;
 };
-
-/// Pulls the box (the data window) of input 0 of `op` into `buffer`, one plane per channel of
-/// `channels` in host order; row 0 and column 0 of the buffer are the box's top left corner.
-/// Stops at the first row after which the host has aborted.
-void fillBuffer(host::Iop& op, ImageBuffer& buffer, const host::ChannelSet& channels);
 
 /// The factory the registration uses: a new Quorblen for `node` inside a host OpWrapper.
 host::Op* build(host::Node* node);

@@ -6,6 +6,7 @@
 #include <pybind11/pybind11.h>
 
 #include "image/ImageBuffer.h"
+#include "image/NonFinite.h"
 #include "inpaint/Recipe.h"
 
 namespace quorblen::python {
@@ -13,13 +14,16 @@ namespace quorblen::python {
 namespace py = pybind11;
 
 /// The recipe options of `method` that `keywords` set over its defaults: every numeric option
-/// of the recipe layer under its name with '_' for '-' ("lam" for "lambda", a word Python
-/// reserves), and `source2` and `source3` as images of the image's layout, converted into
-/// `sources` (which must outlive the options).
+/// of the recipe layer under its keyword (keywordOf), `source2` and `source3` as images of the
+/// image's layout, converted into `sources` (which must outlive the options) and repaired as
+/// `fixnan` says, and `fixnan` itself, stored in `fixNan`. None leaves an option's default.
 /// Throws py::value_error for an unknown method or a value out of its range (NaN included),
 /// py::type_error for an unknown keyword or a value of the wrong type.
 RecipeOptions recipeOptions(const std::string& method, const py::kwargs& keywords,
-                            ImageBuffer (&sources)[2]);
+                            ImageBuffer (&sources)[2], NonFiniteMode& fixNan);
+
+/// The signature of `inpaint`, for the first line of its docstring.
+std::string inpaintSignature();
 
 /// The methods and options, each with its range and defaults, for the docstring.
 std::string describeRecipes();

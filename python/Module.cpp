@@ -5,7 +5,6 @@
 #include <pybind11/stl/filesystem.h>
 
 #include <cerrno>
-#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -16,42 +15,22 @@
 #include "node/QuorblenKnobs.h"
 #include "python/ImageArrays.h"
 #include "python/InpaintOptions.h"
+#include "python/Keywords.h"
 
 namespace quorblen::python {
 namespace {
 
-/// The most threads an upscale may ask for, as on the command line.
-constexpr int MaxThreads = 1024;
-
-/// Throws py::value_error naming `name` unless `value`, narrowed to the solver's single
-/// precision, is finite and at least (or with `exclusive`, above) `min`.
-void checkKnob(const char* name, double value, double min, bool exclusive) {
-    const float narrowed = static_cast<float>(value);
-    if (!std::isfinite(narrowed) || narrowed < min || (exclusive && narrowed == min)) {
-        std::ostringstream message;
-        message << name << " must be a finite float " << (exclusive ? "above " : "of at least ")
-                << min << ", not " << value;
-        throw py::value_error(message.str());
-    }
-}
-
-py::array upscale(const py::object& image, int iterations, double lam, double a, int threads) {
-    if (iterations < 1) {
-        throw py::value_error("iterations must be at least 1, not " + std::to_string(iterations));
-    }
-    checkKnob("lam", lam, 0.0, false);
-    checkKnob("a", a, 0.0, true);
-    if (threads < 0 || threads > MaxThreads) {
-        throw py::value_error("threads must be 0 (one per core) to " + std::to_string(MaxThreads) +
-                              ", not " + std::to_string(threads));
-    }
+py::array upscale(const py::object& image, const py::kwargs& keywords) {
+    UpscaleOptions options;
+    const NonFiniteMode fixNan = readKeywords("upscale", keywords, upscaleParameters(), options);
     // The enlargement holds four times the image's samples.
-    const ImageBuffer reference = imageFromArray(image, "image", 4);
+    ImageBuffer reference = imageFromArray(image, "image", 4);
+    fixNonFinite(reference, fixNan, "image");
     ImageBuffer estimate;
     {
         py::gil_scoped_release release;
         estimate.resize(2 * reference.width, 2 * reference.height, reference.channels);
-        tvUpscale(reference, estimate, upscaleSettings(iterations, lam, a, threads));
+        tvUpscale(reference, estimate, upscaleSettings(options));
     }
     return arrayFromImage(estimate, isFlatArray(image));
 }
@@ -59,8 +38,10 @@ py::array upscale(const py::object& image, int iterations, double lam, double a,
 py::array inpaint(const py::object& image, const py::object& mask, const std::string& method,
                   const py::kwargs& keywords) {
     ImageBuffer sources[2];
-    const RecipeOptions options = recipeOptions(method, keywords, sources);
-    const ImageBuffer pixels = imageFromArray(image, "image");
+    NonFiniteMode fixNan;
+    const RecipeOptions options = recipeOptions(method, keywords, sources, fixNan);
+    ImageBuffer pixels = imageFromArray(image, "image");
+    fixNonFinite(pixels, fixNan, "image");
     const ImageBuffer hole = holeFromArray(mask, "mask", pixels);
     // Two channels are grey and alpha, four colour and alpha, as image files hold them.
     const int alphaPlane = pixels.channels == 2 || pixels.channels == 4 ? pixels.channels - 1 : -1;
@@ -117,51 +98,48 @@ py::array readRawArray(const std::filesystem::path& path) {
 
 void writeRawArray(const std::filesystem::path& path, const py::object& image) {
     const ImageBuffer pixels = imageFromArray(image, "image");
-    errno = 0;
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out.is_open()) {
-        raiseFileError(errno, path);
+    if (const int error = saveRaw(path.c_str(), pixels); error != 0) {
+        raiseFileError(error, path);
     }
-    writeRaw(out, &pixels);
-    out.close();
-    if (out.fail()) {
-        raiseFileError(errno, path);
+}
+
+std::string upscaleSignature() {
+    std::string text = "upscale(image: numpy.typing.ArrayLike, *";
+    const UpscaleOptions defaults;
+    for (const UpscaleParameter& parameter : upscaleParameters()) {
+        text += ", " + keywordSignature(parameter, parameterValue(parameter, defaults));
     }
+    return text + ", " + fixNanSignature() + ") -> numpy.ndarray";
 }
 
 std::string upscaleHelp() {
-    std::ostringstream text;
-    text << "Enlarges an image to twice its width and height, as the Quorblen node and\n"
-            "`quorblen upscale` do, to the bit: a nearest-neighbour start refined by a\n"
-            "total-variation solver, which smooths noise in flat areas and keeps edges. Every\n"
-            "2x2 block of the result keeps the mean of the input pixel it came from.\n\n"
-            "image: "
-         << imageArrayHelp
-         << "    Each channel is solved on its own.\n"
-            "iterations: solver iterations per channel, at least 1 (default "
-         << DefaultIterations
-         << ").\n"
-            "lam: fidelity to the input, a finite float of at least 0 (default "
-         << DefaultLambda
-         << ");\n"
-            "    larger values smooth less.\n"
-            "a: regularisation of gradient magnitudes, in sample units, a finite float above 0\n"
-            "    (default "
-         << DefaultRegularization
-         << "); it keeps the solver from dividing by zero.\n"
-            "threads: threads to solve on, 0 (the default: one per core) to "
-         << MaxThreads
-         << ";\n"
-            "    the result does not depend on it.\n\n"
-            "Returns a new float32 array of shape (2H, 2W) or (2H, 2W, C). The GIL is released\n"
-            "while the solver runs.\n"
-            "Raises TypeError for an image that is not an array or has another dtype, ValueError\n"
-            "for another shape, an empty image or a knob out of its range.";
-    return text.str();
+    std::string text = upscaleSignature() +
+                       "\n\n"
+                       "Enlarges an image to twice its width and height, as the Quorblen node and\n"
+                       "`quorblen upscale` do, to the bit: a nearest-neighbour start refined by a\n"
+                       "total-variation solver, which smooths noise in flat areas and keeps edges. "
+                       "Every\n2x2 block of the result keeps the mean of the input pixel it came "
+                       "from.\n\nimage: " +
+                       std::string(imageArrayHelp) +
+                       "    Each channel is solved on its own.\n"
+                       "Keyword options (range; default):\n";
+    const UpscaleOptions defaults;
+    for (const UpscaleParameter& parameter : upscaleParameters()) {
+        text += keywordHelp(
+            parameter, pythonNumber(parameterValue(parameter, defaults), isWholeNumber(parameter)));
+    }
+    return text + fixNanHelp() +
+           "\nReturns a new float32 array of shape (2H, 2W) or (2H, 2W, C). The GIL is released\n"
+           "while the solver runs.\n"
+           "Raises TypeError for an image that is not an array or has another dtype, or an\n"
+           "option of the wrong type, ValueError for another shape, an empty image or an option\n"
+           "out of its range.";
 }
 
 std::string inpaintHelp() {
-    return "Fills the hole `mask` marks in `image` with one of the recipes of `quorblen inpaint`,\n"
+    return inpaintSignature() +
+           "\n\n"
+           "Fills the hole `mask` marks in `image` with one of the recipes of `quorblen inpaint`,\n"
            "with the same options and defaults and the same results, to the bit.\n\n"
            "image: " +
            std::string(imageArrayHelp) +
@@ -192,11 +170,14 @@ PYBIND11_MODULE(quorblen, m) {
         "Quorblen on NumPy arrays: the 2x total-variation upscale, the inpainting recipes and\n"
         "raw image files, with the results of the quorblen command line.";
     m.attr("__version__") = QUORBLEN_VERSION;
-    m.def("upscale", &upscale, py::arg("image"), py::arg("iterations") = DefaultIterations,
-          py::arg("lam") = DefaultLambda, py::arg("a") = DefaultRegularization,
-          py::arg("threads") = 0, upscaleHelp().c_str());
-    m.def("inpaint", &inpaint, py::arg("image"), py::arg("mask"),
-          py::arg("method") = std::string(inpaintRecipes()[0].name), inpaintHelp().c_str());
+    {
+        // Their signatures, which list the keywords the tables give, lead their docstrings.
+        py::options options;
+        options.disable_function_signatures();
+        m.def("upscale", &upscale, py::arg("image"), upscaleHelp().c_str());
+        m.def("inpaint", &inpaint, py::arg("image"), py::arg("mask"),
+              py::arg("method") = std::string(inpaintRecipes()[0].name), inpaintHelp().c_str());
+    }
     m.def("read_raw", &readRawArray, py::arg("path"),
           "Reads a raw image file (three int32: width, height, channels, then the float32\n"
           "samples, in the machine's byte order) into a new (H, W, C) float32 array.\n"
@@ -208,7 +189,9 @@ PYBIND11_MODULE(quorblen, m) {
            "path: a str or os.PathLike.\n"
            "image: " +
            std::string(imageArrayHelp) +
-           "Raises TypeError or ValueError for the image as upscale does, OSError when the file\n"
-           "cannot be written.")
+           "The file is whole or absent: the samples go to a temporary file beside it, which\n"
+           "replaces it once every byte is on disk.\n"
+           "Raises TypeError or ValueError for the image as upscale does, OSError naming the\n"
+           "file when it cannot be written (a missing folder, a full disk, ...).")
               .c_str());
 }

@@ -4,7 +4,8 @@ set -euo pipefail
 QUORBLEN_ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 QUORBLEN_PACKAGES=(g++ cmake make pkg-config libopenimageio-dev libboost-dev libgtest-dev
                    libbenchmark-dev libdeflate-dev clang libclang-rt-dev pybind11-dev python3-dev python3-numpy
-                   python3-pytest python3-openimageio
+                   python3-pytest python3-openimageio python3-setuptools python3-wheel python3-pip
+                   python3-venv
                    openimageio-tools fonts-dejavu-core)
 
 # Installs the Debian packages the build needs, if any is missing.

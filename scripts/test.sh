@@ -2,7 +2,8 @@
 # Installs what is missing, builds, and runs every test: a normal build, an AddressSanitizer +
 # UndefinedBehaviorSanitizer build, the concurrency tests (host, solver, node) under
 # ThreadSanitizer, and a minute of each fuzz target. The Python module is built and tested in the
-# normal build only: a plain interpreter cannot load a module built with sanitizers.
+# normal build only (a plain interpreter cannot load a module built with sanitizers), and once
+# more as pip installs it.
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 install_missing_packages
@@ -11,6 +12,22 @@ jobs="$(nproc)"
 echo "== Release build, all tests (the Python module's too)"
 configure_and_build build-test -DCMAKE_BUILD_TYPE=Release -DQUORBLEN_WERROR=ON
 ctest --test-dir "$QUORBLEN_ROOT/build-test" -j "$jobs" --output-on-failure
+
+echo "== pip install . into a fresh virtual environment; the Python tests against what it installed"
+venv="$(mktemp -d)"
+/usr/bin/python3 -m venv --system-site-packages "$venv"
+# The Release build's module serves as it is: pip only packs it (setup.py).
+QUORBLEN_CMAKE_BUILD_DIR="$QUORBLEN_ROOT/build-test" "$venv/bin/pip" install -q \
+    --disable-pip-version-check --no-build-isolation "$QUORBLEN_ROOT"
+(
+    cd "$venv"
+    export -n PYTHONPATH
+    bin/python -c 'import quorblen, sys; assert quorblen.__file__.startswith(sys.prefix)'
+    PYTHONDONTWRITEBYTECODE=1 QUORBLEN_PROGRAM="$QUORBLEN_ROOT/build-test/bin/quorblen" \
+        QUORBLEN_DATA="$QUORBLEN_ROOT/data" bin/python -m pytest -q -p no:cacheprovider \
+        "$QUORBLEN_ROOT/python/tests"
+)
+rm -rf "$venv"
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer build, all tests"
 configure_and_build build-asan -DCMAKE_BUILD_TYPE=Debug -DQUORBLEN_WERROR=ON \

@@ -135,8 +135,12 @@ TEST(InpaintCommand, RefusesBadInputsWithOneLine) {
         {{"--mask", photo}, 1, "coffee.png: the mask marks every pixel, leaving nothing"},
         {{"--mask", photo, "--source2", otherSize}, 1, "astronaut.png is 512 x 512 but"},
         {{"--mask", photo, "--method", "dual-tv"}, 2, "--method must be one of tv, elastica"},
-        {{"--mask", photo, "--search-radius", "0"}, 2, "--search-radius must be between 1"},
-        {{"--mask", photo, "--patch-radius", "99"}, 2, "--patch-radius must be between 1"},
+        {{"--mask", photo, "--search-radius", "0"}, 2, "--search-radius must be at least 1"},
+        {{"--mask", photo, "--patch-radius", "99"}, 2, "--patch-radius must be at least 1"},
+        {{"--mask", photo, "--source2-offset", "-1"}, 2, "--source2-offset needs --frames"},
+        {{"--mask", photo, "--frames", "1", "--source3", photo, "--source3-offset", "1"},
+         2,
+         "--source3-offset needs a --source3 name with a frame token"},
     };
     for (const auto& c : cases) {
         const ProgramRun result = run(c.args);

@@ -5,6 +5,7 @@
 #include <random>
 #include <vector>
 
+#include "inpaint/CandidateEnergy.h"
 #include "inpaint/DiffusionKernels.h"
 #include "inpaint/EnergyTrials.h"
 #include "inpaint/FastSearch.h"
@@ -116,14 +117,19 @@ TEST(FastSearch, ChoosesWhatThePlainSearchChooses) {
                     const Choice seed{int(rng() % w), int(rng() % h), int(rng() % 3), 0.0, true};
                     for (const PatchLaneKernels* kernels : laneKernels()) {
                         for (WorkerPool& pool : pools) {
-                            EnergyTrials trials(pool.size(),
-                                                kind == Score::TotalVariation
-                                                    ? TrialEnergy::TotalVariation
-                                                    : TrialEnergy::Elastica,
-                                                0.01, 1.0);
+                            EnergyTrials trials(pool.size(), 0.01, 1.0);
                             trials.load(target, x, y);
                             const auto energy = [&](int worker, const float* c) {
                                 return trials.energy(worker, c);
+                            };
+                            const CandidateTotalVariation variation(target, x, y);
+                            const auto energies = [&](int worker, const float* c, std::size_t n,
+                                                      double* scores) {
+                                if (kind == Score::TotalVariation) {
+                                    variation.score(c, n, scores);
+                                } else {
+                                    trials.energies(worker, c, n, scores);
+                                }
                             };
                             const PatchSearch search{pool, *kernels, target, 6, list};
                             const PatchTarget patch(target, x, y, r, h);
@@ -135,7 +141,7 @@ TEST(FastSearch, ChoosesWhatThePlainSearchChooses) {
                                                     seed, energy)
                                     : searchByEnergy(
                                           pool, target, x, y, 6, 1, colours, start,
-                                          [](float m) { return m == 0.0f; }, energy);
+                                          [](float m) { return m == 0.0f; }, energies);
                             EXPECT_TRUE(sameChoice(fast, plain))
                                 << pool.size() << " threads: " << fast.x << "," << fast.y << " s"
                                 << fast.source << " " << fast.score << " against " << plain.x << ","

@@ -87,6 +87,7 @@ constexpr Golden goldens[] = {
     {"weighted-elastica", 0xfacabb4c5bee2f82u, 0xc8d7cfd606cc6ebdu},
     {"multi-source", 0xfb2965628d1e4147u, 0xd423e188aa4baa9u},
     {"fallback", 0xf6b3ebdd7fa2c975u, 0x1e05f23013ae2377u},
+    {"patchmatch", 0xb4fc807933d7ec5bu, 0x6d71a4aeacf79197u},
 };
 
 // Threads split each candidate search, and the outputs must not depend on how.

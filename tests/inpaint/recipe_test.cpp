@@ -86,6 +86,8 @@ TEST(InpaintRecipe, RefusesBadInput) {
     const ImageBuffer other = photoCrop(1);
     ImageBuffer notANumber = photoCrop(3);
     at(notANumber, 20, 20, 1) = NAN;
+    const ImageBuffer shortMask = test::filledImage(48, 30, 1, 0.0f);
+    const ImageBuffer fullMask = test::filledImage(48, 40, 1, 1.0f);
     const auto with = [](auto change) {
         RecipeOptions options = recipeDefaults(InpaintRecipe::TV);
         change(options);
@@ -105,6 +107,11 @@ TEST(InpaintRecipe, RefusesBadInput) {
         {image, holeMask(), with([](RecipeOptions& o) { o.patchRadius = 21; }), "patch-radius"},
         {image, holeMask(), with([](RecipeOptions& o) { o.epsilon = 0.0; }),
          "epsilon must be above 0"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.levels = 17; }),
+         "levels must be at least 0 and at most 16, not 17"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.rounds = 0; }), "rounds"},
+        {image, holeMask(), with([](RecipeOptions& o) { o.window = 0.0; }),
+         "window must be above 0"},
         {image, holeMask(), with([&](RecipeOptions& o) { o.source2 = &other; }),
          "source2 is 48 x 40 x 1 but the image is 48 x 40 x 3"},
         {image, holeMask(), with([&](RecipeOptions& o) {
@@ -112,6 +119,18 @@ TEST(InpaintRecipe, RefusesBadInput) {
              o.source3 = &notANumber;
          }),
          "source3 holds samples that are not finite numbers"},
+        {image, holeMask(), with([&](RecipeOptions& o) {
+             o.source2 = &image;
+             o.source2Mask = &shortMask;
+         }),
+         "source2Mask is 48 x 30 but the image is 48 x 40"},
+        {image, holeMask(), with([&](RecipeOptions& o) { o.source3Mask = &fullMask; }),
+         "source3Mask is given without source3"},
+        {image, holeMask(), with([&](RecipeOptions& o) {
+             o.source2 = &image;
+             o.source2Mask = &fullMask;
+         }),
+         "source2Mask marks every pixel"},
     };
     for (const auto& c : cases) {
         std::ostringstream log;
@@ -120,6 +139,34 @@ TEST(InpaintRecipe, RefusesBadInput) {
             ADD_FAILURE() << "no error for " << c.message;
         } catch (const std::invalid_argument& e) {
             EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+        }
+    }
+}
+
+TEST(InpaintRecipe, ASourceWithItsOwnMaskDonatesItsPixelsBehindTheHole) {
+    // A clean plate of the photo whose pixels behind the hole hold colours no known pixel has:
+    // they donate only when the plate's own mask says they are known, and then fill the hole
+    // exactly (each hole pixel's best match is the plate's pixel at its place).
+    const ImageBuffer image = photoCrop(3);
+    const ImageBuffer mask = test::makeImage(
+        48, 40, 1, [](int x, int y, int) { return float(x >= 20 && x < 28 && y >= 16 && y < 24); });
+    const ImageBuffer plate = test::makeImage(48, 40, 3, [&](int x, int y, int c) {
+        return at(mask, x, y, 0) != 0.0f ? 2.0f + float(x * 3 + y + c) / 64.0f : at(image, x, y, c);
+    });
+    const ImageBuffer clear = test::filledImage(48, 40, 1, 0.0f);
+    for (const ImageBuffer* plateMask : {static_cast<const ImageBuffer*>(nullptr), &clear}) {
+        RecipeOptions options = recipeDefaults(InpaintRecipe::MultiSource);
+        options.searchRadius = 6;
+        options.source2 = &plate;
+        options.source2Mask = plateMask;
+        std::ostringstream log;
+        const ImageBuffer out = fillHole(image, -1, mask, options, log);
+        for (int i = 0; i < 48 * 40 * 3; ++i) {
+            if (mask.data[i / 3] != 0.0f) {
+                EXPECT_TRUE(plateMask != nullptr ? out.data[i] == plate.data[i]
+                                                 : out.data[i] <= 1.0f)
+                    << "sample " << i << " with" << (plateMask ? "" : "out") << " a plate mask";
+            }
         }
     }
 }

@@ -4,8 +4,12 @@
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <charconv>
@@ -23,14 +27,6 @@ std::string uniqueTag() {
     return std::to_string(getpid()) + "-" + std::to_string(counter.fetch_add(1));
 }
 
-std::string shellQuoted(const std::string& word) {
-    std::string quoted = "'";
-    for (char ch : word) {
-        quoted += ch == '\'' ? std::string("'\\''") : std::string(1, ch);
-    }
-    return quoted + "'";
-}
-
 }  // namespace
 
 std::string readBytes(const std::filesystem::path& path) {
@@ -45,18 +41,38 @@ ScratchDir::ScratchDir()
 }
 
 ProgramRun runQuorblen(const std::vector<std::string>& args,
-                       const std::filesystem::path& workingDir) {
+                       const std::filesystem::path& workingDir, std::uint64_t fileSizeLimit) {
     const std::filesystem::path out =
         std::filesystem::temp_directory_path() / ("qout-" + uniqueTag());
     const std::filesystem::path err = out.string() + ".err";
-    std::string command = "cd " + shellQuoted(workingDir.string()) + " && " +
-                          shellQuoted((binaryDir() / "quorblen").string());
-    for (const std::string& arg : args) {
-        command += " " + shellQuoted(arg);
+    const std::string program = (binaryDir() / "quorblen").string();
+    std::vector<std::string> words{program};
+    words.insert(words.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
     }
-    command += " </dev/null >" + shellQuoted(out.string()) + " 2>" + shellQuoted(err.string());
-    const int status = std::system(command.c_str());
-    const ProgramRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readBytes(out),
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        // Only async-signal-safe calls up to exec: the test may run threads.
+        const int in = open("/dev/null", O_RDONLY);
+        const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const rlimit limit{fileSizeLimit, fileSizeLimit};
+        struct sigaction ignore = {};
+        ignore.sa_handler = SIG_IGN;
+        if (in >= 0 && o >= 0 && e >= 0 && chdir(workingDir.c_str()) == 0 && dup2(in, 0) == 0 &&
+            dup2(o, 1) == 1 && dup2(e, 2) == 2 &&
+            (fileSizeLimit == 0 ||
+             (setrlimit(RLIMIT_FSIZE, &limit) == 0 && sigaction(SIGXFSZ, &ignore, nullptr) == 0))) {
+            execv(program.c_str(), argv.data());
+        }
+        _exit(127);
+    }
+    int status = 0;
+    const bool waited = child > 0 && waitpid(child, &status, 0) == child;
+    const ProgramRun run{waited && WIFEXITED(status) ? WEXITSTATUS(status) : -1, readBytes(out),
                          readBytes(err)};
     std::filesystem::remove(out);
     std::filesystem::remove(err);

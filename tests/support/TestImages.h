@@ -1,6 +1,7 @@
 // Helpers the tests share: paths, scratch folders and small synthetic images.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -51,8 +52,10 @@ struct ProgramRun {
 };
 
 /// Runs the built quorblen program with `args` in folder `workingDir`, standard input empty.
+/// A `fileSizeLimit` above 0 is the largest file, in bytes, the program may write, as on a
+/// disk that fills (RLIMIT_FSIZE, with SIGXFSZ ignored).
 ProgramRun runQuorblen(const std::vector<std::string>& args,
-                       const std::filesystem::path& workingDir);
+                       const std::filesystem::path& workingDir, std::uint64_t fileSizeLimit = 0);
 
 /// Where a file's pixels lie and what else it says about them.
 struct FileLayout {

@@ -1,0 +1,33 @@
+// The patch-match recipe: coarse-to-fine patch match over a window around the hole.
+#include <algorithm>
+#include <cmath>
+
+#include "inpaint/PatchMatch.h"
+#include "inpaint/RecipeRunner.h"
+
+namespace quorblen::detail {
+namespace {
+
+constexpr InpaintRecipe patchMatchRecipes[] = {InpaintRecipe::PatchMatch};
+
+/// `window` times the larger side of the hole's bounding box, plus the patch radius so that the
+/// patches of the hole's outermost pixels stay inside: the window follows the hole's size, not
+/// the image's. It stops at the image's larger side, beyond which it would only add padding.
+int patchMatchMargin(const RecipeOptions& options, const Region& holeBox, int width, int height) {
+    const int side = std::max(holeBox.x1 - holeBox.x0, holeBox.y1 - holeBox.y0);
+    return int(std::min(std::ceil(options.window * side), double(std::max(width, height)))) +
+           options.patchRadius;
+}
+
+ImageBuffer fillByPatchMatch(const RecipeJob& job) {
+    const RecipeOptions& o = job.options;
+    return quorblen::fillByPatchMatch(job.start, job.colourChannels,
+                                      {o.levels, o.rounds, o.patchRadius, o.threads}, job.name,
+                                      job.log);
+}
+
+}  // namespace
+
+const RecipeRunner patchMatchRunner{patchMatchRecipes, patchMatchMargin, fillByPatchMatch};
+
+}  // namespace quorblen::detail
