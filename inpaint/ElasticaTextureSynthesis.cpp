@@ -38,8 +38,7 @@ double inpaintElasticaTextureSynthesisOn(WorkerPool& pool, const ImageBuffer& sr
     const PatchSource sources[] = {{&src, &planes, &candidates}};
     const PatchSearch search{pool, fastestPatchLanes(), src, searchRadius, sources};
     EnergyTrials trials(pool.size(), epsilon, curvatureWeight);
-    // The energy is >= 0 when the curvature weight is, as the pruning needs.
-    const bool prunable = patchWeight >= 0.0 && static_cast<float>(curvatureWeight) >= 0.0f;
+    const bool prunable = elasticaPrunable(patchWeight, curvatureWeight);
     SeedTracker seeds;
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.next(forward)) {

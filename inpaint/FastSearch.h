@@ -162,6 +162,13 @@ private:
 /// No score besides the patch distance.
 struct NoEnergy {};
 
+/// Whether a score distance * patchWeight + elasticaEnergy may be pruned by its distance
+/// (searchPatches' `prunable`): the energy is >= 0 (or NaN) when the curvature weight, taken
+/// in single precision, is.
+inline bool elasticaPrunable(double patchWeight, double curvatureWeight) {
+    return patchWeight >= 0.0 && static_cast<float>(curvatureWeight) >= 0.0f;
+}
+
 /// Visiting order of candidate (cx, cy) of source s in `window`.
 inline std::int64_t visitingOrder(const SearchWindow& window, int cx, int cy, int s, int sources) {
     const std::int64_t rows = window.y1 - window.y0 + 1;

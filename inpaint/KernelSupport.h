@@ -16,6 +16,10 @@ namespace quorblen::detail {
 inline constexpr std::array<Offset, 5> FivePointStencil{
     {{0, 0}, NeighbourOffsets[0], NeighbourOffsets[1], NeighbourOffsets[2], NeighbourOffsets[3]}};
 
+/// Six times the smallest normal double: a patch comparison's weight sum this small means no
+/// pair counted.
+inline constexpr double TinyWeightSum = 0x1.8p-1020;
+
 /// Index of sample c of pixel (x, y) in image.data.
 inline std::ptrdiff_t sampleIndex(const ImageBuffer& image, std::ptrdiff_t x, std::ptrdiff_t y,
                                   int c) {

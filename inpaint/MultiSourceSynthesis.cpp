@@ -94,8 +94,7 @@ public:
     /// its colour, below the energy of the present colour plus 100000.
     Choice bestWeighted(double patchWeight) {
         trials.load(energy, int(steps.x), int(steps.y));
-        // The energy is >= 0 when the curvature weight is, as the pruning needs.
-        const bool prunable = patchWeight >= 0.0 && static_cast<float>(m_curvatureWeight) >= 0.0f;
+        const bool prunable = elasticaPrunable(patchWeight, m_curvatureWeight);
         return searchPatch(probe().current() + 100000.0, patchWeight, prunable,
                            [&](int worker, const float* c) { return trials.energy(worker, c); });
     }

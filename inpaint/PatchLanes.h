@@ -8,6 +8,7 @@
 
 #include "image/ImageBuffer.h"
 #include "inpaint/ColumnPlanes.h"
+#include "inpaint/KernelSupport.h"
 
 namespace quorblen::detail {
 
@@ -52,9 +53,6 @@ private:
     std::vector<std::int32_t> m_known;
     std::vector<std::uint8_t> m_complete;
 };
-
-/// Six times the smallest normal double: a weight sum this small means no pair counted.
-inline constexpr double TinyWeightSum = 0x1.8p-1020;
 
 /// The patch of the pixel being filled, as every candidate's comparison uses it: the pairs
 /// that count on the target's side (alpha not approxEqual to 1.0) in the order the sums take
