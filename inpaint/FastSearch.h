@@ -79,20 +79,27 @@ private:
     std::atomic<double> m_value;
 };
 
-/// Runs scan(worker, cx, s, best) on the pool for every column and source of `window`, columns
-/// handed out one at a time, and merges each thread's best.
+/// Runs scan(worker, cx, s, best) on the pool for every column and source of `window`, a few
+/// columns handed out at a time, and merges each thread's best.
 template <class Scan>
 Choice searchColumns(WorkerPool& pool, const SearchWindow& window, int x, int y, int sources,
                      double start, Scan scan) {
+    // Few enough grabs that the threads seldom meet at the counter, enough to share the work.
+    constexpr int ItemsPerGrab = 4;
     const Choice none{x, y, 0, start, false};
     std::vector<RankedChoice> best(std::size_t(pool.size()), RankedChoice{none});
     const int items = window.columns() * sources;
     std::atomic<int> next{0};
     pool.run([&](int worker) {
-        RankedChoice& mine = best[std::size_t(worker)];
-        for (int item = next++; item < items; item = next++) {
-            scan(worker, window.x0 + item / sources, item % sources, mine);
+        // Kept apart from the other threads' until the end.
+        RankedChoice mine{none};
+        for (int first = next.fetch_add(ItemsPerGrab); first < items;
+             first = next.fetch_add(ItemsPerGrab)) {
+            for (int item = first; item < std::min(items, first + ItemsPerGrab); ++item) {
+                scan(worker, window.x0 + item / sources, item % sources, mine);
+            }
         }
+        best[std::size_t(worker)] = mine;
     });
     RankedChoice result{none};
     for (const RankedChoice& part : best) {
