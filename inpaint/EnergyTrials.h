@@ -71,7 +71,8 @@ private:
         std::uint32_t pixel;  // the load it belongs to
         double share[Points];
     };
-    struct Worker {
+    // Aligned to cache lines: each thread writes its own.
+    struct alignas(64) Worker {
         ImageBuffer local;
         std::vector<Term> terms;  // per channel, a table indexed by the value's hash
         const double* last[3] = {nullptr, nullptr, nullptr};  // this pixel's last shares

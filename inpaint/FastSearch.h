@@ -285,8 +285,9 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
     const SearchWindow window(bounds, x, y, radius, margin);
     const int count = int(sources.size());
     const std::size_t rows = std::size_t(std::max(0, window.y1 - window.y0 + 1));
-    // Per worker, a column's candidates: their rows, colours and scores.
-    struct Column {
+    // Per worker, a column's candidates: their rows, colours and scores, on cache lines of
+    // their own.
+    struct alignas(64) Column {
         std::vector<int> rows;
         std::vector<float> colours;
         std::vector<double> scores;
