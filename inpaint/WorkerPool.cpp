@@ -1,17 +1,19 @@
 // A fixed set of worker threads woken many times a second for short jobs.
 #include "inpaint/WorkerPool.h"
 
-#include "inpaint/Tasks.h"
+#include <chrono>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
+#include "inpaint/Tasks.h"
 
 namespace quorblen::detail {
 namespace {
 
-/// How often a worker polls before it sleeps: about as long as a few short jobs take.
-constexpr int SpinPolls = 4000;
+/// How long a worker polls before it sleeps: longer than the caller's work between two jobs
+/// (a pass's bookkeeping between two pixels' searches), so that it is awake for the next.
+/// Timed, not counted: how long a poll lasts differs from processor to processor.
+constexpr auto SpinTime = std::chrono::microseconds(300);
+/// Polls between two looks at the clock.
+constexpr int PollsPerLook = 1024;
 
 constexpr std::uint64_t Closed = std::uint64_t(1) << 31;
 constexpr std::uint64_t Running = Closed - 1;
@@ -20,22 +22,35 @@ std::uint64_t generationOf(std::uint64_t state) {
     return state >> 32;
 }
 
-void pause() {
-#if defined(__x86_64__) || defined(__i386__)
-    _mm_pause();
-#else
-    std::this_thread::yield();
-#endif
+/// One poll's breather: a compiler barrier only. The polls last SpinTime at most, and the
+/// pause instruction's length differs from processor to processor (under a hypervisor it
+/// may even leave the guest).
+void relax() {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+/// Polls until `until` holds or SpinTime has passed; returns whether it holds.
+template <class Until>
+bool pollFor(Until until) {
+    const auto end = std::chrono::steady_clock::now() + SpinTime;
+    for (;;) {
+        for (int i = 0; i < PollsPerLook; ++i) {
+            if (until()) {
+                return true;
+            }
+            relax();
+        }
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+    }
 }
 
 /// Waits until `value` differs from `old`: polls first, then sleeps.
 template <class T>
 void awaitChange(const std::atomic<T>& value, T old) {
-    for (int i = 0; i < SpinPolls; ++i) {
-        if (value.load(std::memory_order_acquire) != old) {
-            return;
-        }
-        pause();
+    if (pollFor([&] { return value.load(std::memory_order_acquire) != old; })) {
+        return;
     }
     while (value.load(std::memory_order_acquire) == old) {
         value.wait(old, std::memory_order_acquire);
@@ -75,10 +90,9 @@ void WorkerPool::run(const std::function<void(int)>& job) {
     // The workers still to come find the job closed; those in it are busy and finish soon.
     m_state.fetch_or(Closed, std::memory_order_acq_rel);
     // Polls, then yields: on a busy machine a worker in the job may wait for this core.
-    for (int polls = 0; (m_state.load(std::memory_order_acquire) & Running) != 0; ++polls) {
-        if (polls < SpinPolls) {
-            pause();
-        } else {
+    const auto finished = [&] { return (m_state.load(std::memory_order_acquire) & Running) == 0; };
+    if (!pollFor(finished)) {
+        while (!finished()) {
             std::this_thread::yield();
         }
     }
