@@ -13,11 +13,7 @@ double densityAt(const ImageBuffer& img, std::ptrdiff_t x, std::ptrdiff_t y, dou
                  double weight) {
     double density = 0.0;
     for (int c = 0; c < 3; ++c) {
-        const detail::PlaneAt u(img, x, y, c);
-        const double kappa = detail::curvatureAt(u, eps2);
-        // kappa squared first: (1 + b * (kappa * kappa)) * G, all in double.
-        density += (1.0 + weight * (kappa * kappa)) *
-                   static_cast<double>(detail::stencilGradientMagnitude(u));
+        density += detail::elasticaChannelDensity(detail::PlaneAt(img, x, y, c), eps2, weight);
     }
     return density;
 }

@@ -11,10 +11,8 @@
 #include "inpaint/ElasticaTextureSynthesis.h"
 #include "inpaint/MultiSourceSynthesis.h"
 #include "inpaint/PassProgress.h"
+#include "inpaint/PassThreads.h"
 #include "inpaint/RecipeRunner.h"
-#include "inpaint/TextureElastica.h"
-#include "inpaint/TextureSynthesis.h"
-#include "inpaint/TextureTV.h"
 
 namespace quorblen::detail {
 namespace {
@@ -86,37 +84,39 @@ struct PassImages {
     PixelList& list;
 };
 
-/// Runs pass d of the exemplar `options.recipe` and returns its largest colour change.
-double runPass(const PassImages& p, const RecipeOptions& o, int d) {
+/// Runs pass d of the exemplar `options.recipe` on `pool` and returns its largest colour
+/// change.
+double runPass(WorkerPool& pool, const PassImages& p, const RecipeOptions& o, int d) {
     const bool forward = true;  // every pass starts its priority scans from the list's front
     switch (o.recipe) {
         case InpaintRecipe::TextureTV:
-            return inpaintTextureTV(nullptr, p.before, p.work, WorkDonor, p.list, o.searchRadius);
+            return inpaintTextureTVOn(pool, p.before, p.work, WorkDonor, p.list, o.searchRadius);
         case InpaintRecipe::Texture:
-            return inpaintTextureSynthesis(p.before, p.work, WorkDonor, p.list, o.searchRadius, d,
-                                           o.patchRadius, forward);
+            return inpaintTextureSynthesisOn(pool, p.before, p.work, WorkDonor, p.list,
+                                             o.searchRadius, d, o.patchRadius, forward);
         case InpaintRecipe::ElasticaTexture:
             // Fills in place and puts the hole back at alpha 1: every pass refines every pixel.
-            return inpaintElasticaTextureSynthesis(p.before, p.work, WorkDonor, p.list,
-                                                   o.searchRadius, o.epsilon, o.curvatureWeight,
-                                                   o.patchWeight, o.patchRadius, forward);
+            return inpaintElasticaTextureSynthesisOn(pool, p.before, p.work, WorkDonor, p.list,
+                                                     o.searchRadius, o.epsilon, o.curvatureWeight,
+                                                     o.patchWeight, o.patchRadius, forward);
         case InpaintRecipe::TextureElastica:
             // Donors have a smaller donor flag than the hole pixel: known pixels of the photo
             // only, whose colours in `before` and `work` agree.
-            return inpaintTextureElastica(nullptr, p.before, p.work, WorkDonor, p.list,
-                                          o.searchRadius, forward, o.epsilon, o.curvatureWeight, d);
+            return inpaintTextureElasticaOn(pool, p.before, p.work, WorkDonor, p.list,
+                                            o.searchRadius, forward, o.epsilon, o.curvatureWeight,
+                                            d);
         case InpaintRecipe::WeightedElastica:
             // Leaves alpha at 1: every pass refines every pixel, judged on the last one's colours.
-            return inpaintWeightedElasticaSynthesis(
-                nullptr, p.extra1, p.extra2, p.before, p.work, WorkDonor, p.list, o.searchRadius,
-                o.patchRadius, forward, o.epsilon, o.curvatureWeight, 0.0, o.patchWeight);
+            return inpaintWeightedElasticaSynthesisOn(
+                pool, p.extra1, p.extra2, p.before, p.work, WorkDonor, p.list, o.searchRadius,
+                o.patchRadius, forward, o.epsilon, o.curvatureWeight, o.patchWeight);
         case InpaintRecipe::MultiSource:
-            return inpaintMultiSourceSynthesis(nullptr, p.extra1, p.extra2, p.before, p.work,
-                                               WorkDonor, p.list, o.searchRadius, o.patchRadius,
-                                               forward, 0.0f, d);
+            return inpaintMultiSourceSynthesisOn(pool, p.extra1, p.extra2, p.before, p.work,
+                                                 WorkDonor, p.list, o.searchRadius, o.patchRadius,
+                                                 forward, d);
         case InpaintRecipe::Fallback:
-            return inpaintSynthesisElasticaFallback(
-                nullptr, p.extra1, p.extra2, p.before, p.work, WorkDonor, p.list, o.searchRadius,
+            return inpaintSynthesisElasticaFallbackOn(
+                pool, p.extra1, p.extra2, p.before, p.work, WorkDonor, p.list, o.searchRadius,
                 o.patchRadius, forward, o.epsilon, o.curvatureWeight, d);
         default:
             assert(false && "not an exemplar recipe");
@@ -148,6 +148,7 @@ ImageBuffer fillByPasses(const RecipeJob& job) {
                 << " hole pixels have no known pixel within the search radius and keep the "
                    "first guess\n";
     }
+    WorkerPool pool(options.threads);
     for (int d = 0; d < options.passes; ++d) {
         const std::string stage = std::string(job.name) + ": pass " + std::to_string(d + 1) +
                                   " of " + std::to_string(options.passes);
@@ -157,7 +158,7 @@ ImageBuffer fillByPasses(const RecipeJob& job) {
         const PassProgressScope progressScope(
             [&](double within) { job.report(stage, share(within)); });
         ImageBuffer before(work);
-        const double change = runPass({before, work, extras[0], extras[1], list}, options, d);
+        const double change = runPass(pool, {before, work, extras[0], extras[1], list}, options, d);
         job.report(stage, share(1.0));
         job.log << job.name << ": pass " << d + 1 << " of " << options.passes
                 << "; largest colour change " << change << "\n";

@@ -16,6 +16,10 @@ namespace quorblen::detail {
 inline constexpr std::array<Offset, 5> FivePointStencil{
     {{0, 0}, NeighbourOffsets[0], NeighbourOffsets[1], NeighbourOffsets[2], NeighbourOffsets[3]}};
 
+/// Six times the smallest normal double: a patch comparison's weight sum this small means no
+/// pair counted.
+inline constexpr double TinyWeightSum = 0x1.8p-1020;
+
 /// Index of sample c of pixel (x, y) in image.data.
 inline std::ptrdiff_t sampleIndex(const ImageBuffer& image, std::ptrdiff_t x, std::ptrdiff_t y,
                                   int c) {
@@ -116,6 +120,13 @@ inline float stencilGradientMagnitude(const PlaneAt& u) {
     }
     const float sum = ((d[0] * d[0] + d[1] * d[1]) + d[2] * d[2]) + d[3] * d[3];
     return static_cast<float>(std::sqrt(static_cast<double>(sum)) * RootHalf);
+}
+
+/// Channel u's share of the elastica energy density at its pixel: (1 + weight * kappa^2) * G
+/// in double, kappa the curvature (squared first) and G the stencil gradient magnitude.
+inline double elasticaChannelDensity(const PlaneAt& u, double eps2, double weight) {
+    const double kappa = curvatureAt(u, eps2);
+    return (1.0 + weight * (kappa * kappa)) * static_cast<double>(stencilGradientMagnitude(u));
 }
 
 /// The square of epsilon taken in single precision, then widened.

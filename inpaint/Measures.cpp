@@ -13,8 +13,6 @@ namespace {
 constexpr float TinyDifference = 0x1.8p-124f;
 /// The largest relative difference still equal: 2^-22, twice the float epsilon.
 constexpr float RelativeTolerance = 0x1p-22f;
-/// Six times the smallest normal double: a weight sum this small means nothing counted.
-constexpr double TinyWeightSum = 0x1.8p-1020;
 
 constexpr int AlphaChannel = 3;
 
@@ -79,7 +77,7 @@ double patchDistance(const ImageBuffer& a, std::uint32_t xa, std::uint32_t ya, c
             }
         }
     }
-    if (std::fabs(wsum) <= TinyWeightSum) {
+    if (std::fabs(wsum) <= detail::TinyWeightSum) {
         valid = false;
         return 0.0;
     }

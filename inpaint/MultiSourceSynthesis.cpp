@@ -8,7 +8,10 @@
 #include <functional>
 #include <utility>
 
+#include "inpaint/EnergyTrials.h"
+#include "inpaint/FastSearch.h"
 #include "inpaint/PassState.h"
+#include "inpaint/PassThreads.h"
 
 namespace quorblen {
 namespace {
@@ -18,24 +21,39 @@ using namespace detail;
 /// The working state of one three-source pass.
 class ThreeSourcePass {
 public:
-    /// The pass fills the entries of pix_list whose alpha passes atLevel(alpha). `epsilon` and
-    /// `curvatureWeight` serve the elastica-scored passes, which also need the energy copy.
-    ThreeSourcePass(const ImageBuffer& src, const ImageBuffer& extraSrc1,
+    /// The pass fills the entries of pix_list whose alpha passes atLevel(alpha), its searches
+    /// running on `pool`. `epsilon` and `curvatureWeight` serve the elastica-scored passes,
+    /// which also need the energy copy.
+    ThreeSourcePass(WorkerPool& pool, const ImageBuffer& src, const ImageBuffer& extraSrc1,
                     const ImageBuffer& extraSrc2, const PixelList& pix_list,
                     std::function<bool(float)> atLevel, int maskChannel, int patchRadius,
-                    bool withEnergy, double epsilon = 0.0, double curvatureWeight = 0.0)
+                    int searchRadius, bool withEnergy, double epsilon = 0.0,
+                    double curvatureWeight = 0.0)
         : fill(src),
           steps(fill, pix_list, std::move(atLevel)),
           energy(withEnergy ? src : ImageBuffer()),
           colour{&src, &extraSrc1, &extraSrc2},
           compare{&fill, &extraSrc1, &extraSrc2},
+          trials(pool.size(), epsilon, curvatureWeight),
+          m_pool(pool),
           m_maskChannel(maskChannel),
           m_patchRadius(patchRadius),
+          m_searchRadius(searchRadius),
           m_epsilon(epsilon),
           m_curvatureWeight(curvatureWeight) {
         assert(src.channels > AlphaChannel && maskChannel >= 0);
         assert(covers(extraSrc1, src, std::max(AlphaChannel, maskChannel) + 1));
         assert(covers(extraSrc2, src, std::max(AlphaChannel, maskChannel) + 1));
+        // Planes only for sources that offer candidates: an extra source without donors
+        // costs nothing.
+        for (std::size_t s = 0; s < 3; ++s) {
+            m_candidates[s] = CandidateMap(*colour[s], src, maskChannel, patchRadius);
+            if (m_candidates[s].any()) {
+                m_planes[s] = PatchPlanes(*compare[s], src.width, src.height, patchRadius);
+            }
+            m_sources[s] = {colour[s], m_candidates[s].any() ? &m_planes[s] : nullptr,
+                            &m_candidates[s]};
+        }
     }
 
     /// Holds the fills and alphas of the pass; source 0 is compared on it.
@@ -55,23 +73,68 @@ public:
         assert(keepsMargin(src(), steps.x, steps.y, std::max(margin, m_patchRadius)));
     }
 
-    /// Whether the candidate of source s at (cx, cy) may serve a patch comparison.
-    bool patchEligible(int cx, int cy, int s) const {
-        return patchCandidate(*colour[s], src(), cx, cy, m_maskChannel, m_patchRadius);
-    }
-
-    /// The patch distance between the pixel being filled and the candidate of source s at
-    /// (cx, cy).
-    double distance(int cx, int cy, int s) const {
-        return patchScore(fill, steps.x, steps.y, *compare[s], cx, cy, m_patchRadius);
+    /// The patch search's choice with score(distance) * patchWeight +
+    /// energy(worker, colour) for each candidate below `start`, or the distance alone.
+    template <class Energy>
+    Choice searchPatch(double start, double patchWeight, bool prunable, Energy energy) {
+        const int x = int(steps.x);
+        const int y = int(steps.y);
+        const PatchSearch search{m_pool, fastestPatchLanes(), src(), m_searchRadius, m_sources};
+        const PatchTarget target(fill, x, y, m_patchRadius, src().height);
+        const Choice choice = searchPatches(search, x, y, target, start, patchWeight, prunable,
+                                            m_seeds.seedFor(x, y), energy);
+        m_seeds.record(x, y, choice);
+        return choice;
     }
 
     /// The candidate of lowest patch distance, below 100000.
-    Choice bestPatch(int searchRadius) const {
-        return searchCandidates(
-            src(), steps.x, steps.y, searchRadius, 1, 3, 100000.0,
-            [&](int cx, int cy, int s) { return patchEligible(cx, cy, s); },
-            [&](int cx, int cy, int s) { return distance(cx, cy, s); });
+    Choice bestPatch() { return searchPatch(100000.0, 1.0, true, NoEnergy{}); }
+
+    /// The candidate of lowest distance * patchWeight + energy at the pixel being filled with
+    /// its colour, below the energy of the present colour plus 100000.
+    Choice bestWeighted(double patchWeight) {
+        trials.load(energy, int(steps.x), int(steps.y));
+        const bool prunable = elasticaPrunable(patchWeight, m_curvatureWeight);
+        return searchPatch(probe().current() + 100000.0, patchWeight, prunable,
+                           [&](int worker, const float* c) { return trials.energy(worker, c); });
+    }
+
+    /// The single known pixel of the window whose colour gives the lowest energy at the pixel
+    /// being filled, below that of its present colour.
+    Choice smoothest() {
+        const int x = int(steps.x);
+        const int y = int(steps.y);
+        if (!m_columnsMade) {
+            // The sources are read-only: their colour and mask columns serve the whole pass;
+            // a source without a known pixel offers nothing.
+            for (std::size_t s = 0; s < 3; ++s) {
+                if (offersColours(*colour[s])) {
+                    m_columnPlanes[s] = ColumnPlanes(*colour[s], src().width, src().height,
+                                                     {0, 1, 2, m_maskChannel});
+                    m_columns[s] = &m_columnPlanes[s];
+                }
+            }
+            m_columnsMade = true;
+        }
+        trials.load(energy, x, y);
+        return searchByEnergy(
+            m_pool, src(), x, y, m_searchRadius, 1, m_columns, probe().current(),
+            [](float mask) { return mask == 0.0f; },
+            [&](int worker, const float* colours, std::size_t n, double* scores) {
+                trials.energies(worker, colours, n, scores);
+            });
+    }
+
+    /// Whether sample m_maskChannel of `source` is 0.0 at some pixel of src's extent.
+    bool offersColours(const ImageBuffer& source) const {
+        for (int y = 0; y < src().height; ++y) {
+            for (int x = 0; x < src().width; ++x) {
+                if (sampleAt(source, x, y, m_maskChannel) == 0.0f) {
+                    return true;
+                }
+            }
+        }
+        return false;
     }
 
     /// The elastica energy at the pixel being filled, in the energy copy.
@@ -86,6 +149,9 @@ public:
         const ImageBuffer& from = *colour[static_cast<std::size_t>(choice.source)];
         copyColour(from, choice.x, choice.y, fill, steps.x, steps.y);
         steps.setAlpha(fill, alpha);
+        if (m_sources[0].planes != nullptr) {
+            m_planes[0].refresh(fill, int(steps.x), int(steps.y));
+        }
         if (energy.data != nullptr) {
             copyColour(from, choice.x, choice.y, energy, steps.x, steps.y);
         }
@@ -96,11 +162,23 @@ public:
         steps.record(src(), from, choice);
     }
 
+    /// Each worker's copy of the neighbourhood of the pixel being filled in the energy copy.
+    EnergyTrials trials;
+
 private:
+    WorkerPool& m_pool;
     int m_maskChannel;
     int m_patchRadius;
+    int m_searchRadius;
     double m_epsilon;
     double m_curvatureWeight;
+    std::array<CandidateMap, 3> m_candidates;
+    std::array<PatchPlanes, 3> m_planes;
+    std::array<PatchSource, 3> m_sources;
+    std::array<ColumnPlanes, 3> m_columnPlanes;  // made at the first energy search
+    std::array<const ColumnPlanes*, 3> m_columns{};
+    bool m_columnsMade = false;
+    SeedTracker m_seeds;
 };
 
 }  // namespace
@@ -110,9 +188,47 @@ double inpaintMultiSourceSynthesis(const ImageBuffer* /*ignored*/, const ImageBu
                                    ImageBuffer& out, int maskChannel, const PixelList& pix_list,
                                    int searchRadius, int patchRadius, bool forward,
                                    float /*ignoredValue*/, double iteration) {
+    WorkerPool pool(1);
+    return inpaintMultiSourceSynthesisOn(pool, extraSrc1, extraSrc2, src, out, maskChannel,
+                                         pix_list, searchRadius, patchRadius, forward, iteration);
+}
+
+double inpaintWeightedElasticaSynthesis(const ImageBuffer* /*ignored*/,
+                                        const ImageBuffer& extraSrc1, const ImageBuffer& extraSrc2,
+                                        const ImageBuffer& src, ImageBuffer& out, int maskChannel,
+                                        const PixelList& pix_list, int searchRadius,
+                                        int patchRadius, bool forward, double epsilon,
+                                        double curvatureWeight, double /*ignoredValue*/,
+                                        double patchWeight) {
+    WorkerPool pool(1);
+    return inpaintWeightedElasticaSynthesisOn(pool, extraSrc1, extraSrc2, src, out, maskChannel,
+                                              pix_list, searchRadius, patchRadius, forward, epsilon,
+                                              curvatureWeight, patchWeight);
+}
+
+double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
+                                        const ImageBuffer& extraSrc1, const ImageBuffer& extraSrc2,
+                                        const ImageBuffer& src, ImageBuffer& out, int maskChannel,
+                                        const PixelList& pix_list, int searchRadius,
+                                        int patchRadius, bool forward, double epsilon,
+                                        double curvatureWeight, double iteration) {
+    WorkerPool pool(1);
+    return inpaintSynthesisElasticaFallbackOn(pool, extraSrc1, extraSrc2, src, out, maskChannel,
+                                              pix_list, searchRadius, patchRadius, forward, epsilon,
+                                              curvatureWeight, iteration);
+}
+
+namespace detail {
+
+double inpaintMultiSourceSynthesisOn(WorkerPool& pool, const ImageBuffer& extraSrc1,
+                                     const ImageBuffer& extraSrc2, const ImageBuffer& src,
+                                     ImageBuffer& out, int maskChannel, const PixelList& pix_list,
+                                     int searchRadius, int patchRadius, bool forward,
+                                     double iteration) {
     assert(covers(out, src, AlphaChannel + 1));
-    ThreeSourcePass pass(src, extraSrc1, extraSrc2, pix_list, approxLevel(alphaLevel(iteration)),
-                         maskChannel, patchRadius, false);
+    ThreeSourcePass pass(pool, src, extraSrc1, extraSrc2, pix_list,
+                         approxLevel(alphaLevel(iteration)), maskChannel, patchRadius, searchRadius,
+                         false);
     const float levelOut = alphaLevel(iteration + 1.0);
     bool picked = false;
     int source = 0;
@@ -123,7 +239,7 @@ double inpaintMultiSourceSynthesis(const ImageBuffer* /*ignored*/, const ImageBu
             continue;
         }
         pass.assertMargin(1);
-        Choice match = pass.bestPatch(searchRadius);
+        Choice match = pass.bestPatch();
         // The last winner's source carries over, also to a step without a winner.
         if (match.found) {
             source = match.source;
@@ -134,61 +250,48 @@ double inpaintMultiSourceSynthesis(const ImageBuffer* /*ignored*/, const ImageBu
     return pass.steps.tally.maxChange;
 }
 
-double inpaintWeightedElasticaSynthesis(const ImageBuffer* /*ignored*/,
-                                        const ImageBuffer& extraSrc1, const ImageBuffer& extraSrc2,
-                                        const ImageBuffer& src, ImageBuffer& out, int maskChannel,
-                                        const PixelList& pix_list, int searchRadius,
-                                        int patchRadius, bool forward, double epsilon,
-                                        double curvatureWeight, double /*ignoredValue*/,
-                                        double patchWeight) {
+double inpaintWeightedElasticaSynthesisOn(WorkerPool& pool, const ImageBuffer& extraSrc1,
+                                          const ImageBuffer& extraSrc2, const ImageBuffer& src,
+                                          ImageBuffer& out, int maskChannel,
+                                          const PixelList& pix_list, int searchRadius,
+                                          int patchRadius, bool forward, double epsilon,
+                                          double curvatureWeight, double patchWeight) {
     assert(covers(out, src, 3));
     ThreeSourcePass pass(
-        src, extraSrc1, extraSrc2, pix_list, [](float alpha) { return alpha == 1.0f; }, maskChannel,
-        patchRadius, true, epsilon, curvatureWeight);
+        pool, src, extraSrc1, extraSrc2, pix_list, [](float alpha) { return alpha == 1.0f; },
+        maskChannel, patchRadius, searchRadius, true, epsilon, curvatureWeight);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.steps.next(forward)) {
             break;
         }
         pass.assertMargin(2);
-        EnergyProbe probe = pass.probe();
-        const Choice choice = searchCandidates(
-            src, pass.steps.x, pass.steps.y, searchRadius, 1, 3, probe.current() + 100000.0,
-            [&](int cx, int cy, int s) { return pass.patchEligible(cx, cy, s); },
-            [&](int cx, int cy, int s) {
-                return elasticaPatchScore(probe, *pass.colour[s], pass.fill, *pass.compare[s], cx,
-                                          cy, patchRadius, patchWeight);
-            });
-        pass.apply(choice, 0.5f, out, false);
+        // Colours are tried in copies of the energy copy, which no patch distance reads.
+        pass.apply(pass.bestWeighted(patchWeight), 0.5f, out, false);
     }
     return pass.steps.tally.maxChange;
 }
 
-double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
-                                        const ImageBuffer& extraSrc1, const ImageBuffer& extraSrc2,
-                                        const ImageBuffer& src, ImageBuffer& out, int maskChannel,
-                                        const PixelList& pix_list, int searchRadius,
-                                        int patchRadius, bool forward, double epsilon,
-                                        double curvatureWeight, double iteration) {
+double inpaintSynthesisElasticaFallbackOn(WorkerPool& pool, const ImageBuffer& extraSrc1,
+                                          const ImageBuffer& extraSrc2, const ImageBuffer& src,
+                                          ImageBuffer& out, int maskChannel,
+                                          const PixelList& pix_list, int searchRadius,
+                                          int patchRadius, bool forward, double epsilon,
+                                          double curvatureWeight, double iteration) {
     // A best patch this close is taken as it is; above it single pixels may lower the energy.
     constexpr double CloseMatch = 0.0005;
     assert(covers(out, src, AlphaChannel + 1));
-    ThreeSourcePass pass(src, extraSrc1, extraSrc2, pix_list, approxLevel(alphaLevel(iteration)),
-                         maskChannel, patchRadius, true, epsilon, curvatureWeight);
+    ThreeSourcePass pass(pool, src, extraSrc1, extraSrc2, pix_list,
+                         approxLevel(alphaLevel(iteration)), maskChannel, patchRadius, searchRadius,
+                         true, epsilon, curvatureWeight);
     const float levelOut = alphaLevel(iteration + 1.0);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.steps.next(forward)) {
             break;
         }
         pass.assertMargin(2);
-        Choice choice = pass.bestPatch(searchRadius);
+        Choice choice = pass.bestPatch();
         if (choice.score > CloseMatch) {
-            EnergyProbe probe = pass.probe();
-            const Choice smoothest = searchCandidates(
-                src, pass.steps.x, pass.steps.y, searchRadius, 1, 3, probe.current(),
-                [&](int cx, int cy, int s) {
-                    return sampleAt(*pass.colour[s], cx, cy, maskChannel) == 0.0f;
-                },
-                [&](int cx, int cy, int s) { return probe.tryColour(*pass.colour[s], cx, cy); });
+            const Choice smoothest = pass.smoothest();
             if (smoothest.found) {
                 choice = smoothest;
             }
@@ -198,4 +301,5 @@ double inpaintSynthesisElasticaFallback(const ImageBuffer* /*ignored*/,
     return pass.steps.tally.maxChange;
 }
 
+}  // namespace detail
 }  // namespace quorblen

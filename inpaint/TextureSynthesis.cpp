@@ -4,14 +4,25 @@
 #include <algorithm>
 #include <cassert>
 
+#include "inpaint/FastSearch.h"
 #include "inpaint/PassState.h"
+#include "inpaint/PassThreads.h"
 
 namespace quorblen {
 
 double inpaintTextureSynthesis(const ImageBuffer& src, ImageBuffer& out, int maskChannel,
                                const PixelList& pix_list, int searchRadius, double iteration,
                                int patchRadius, bool forward) {
-    using namespace detail;
+    detail::WorkerPool pool(1);
+    return detail::inpaintTextureSynthesisOn(pool, src, out, maskChannel, pix_list, searchRadius,
+                                             iteration, patchRadius, forward);
+}
+
+namespace detail {
+
+double inpaintTextureSynthesisOn(WorkerPool& pool, const ImageBuffer& src, ImageBuffer& out,
+                                 int maskChannel, const PixelList& pix_list, int searchRadius,
+                                 double iteration, int patchRadius, bool forward) {
     if (lacksAlpha(src)) {
         return -1.0;
     }
@@ -22,27 +33,33 @@ double inpaintTextureSynthesis(const ImageBuffer& src, ImageBuffer& out, int mas
     ImageBuffer fill(src);
     const float levelOut = alphaLevel(iteration + 1.0);
     PassState pass(fill, pix_list, approxLevel(alphaLevel(iteration)));
+    // The candidates are those of `src`, which the pass does not write.
+    const CandidateMap candidates(src, src, maskChannel, patchRadius);
+    PatchPlanes planes(fill, src.width, src.height, patchRadius);
+    const PatchSource sources[] = {{&src, &planes, &candidates}};
+    const PatchSearch search{pool, fastestPatchLanes(), src, searchRadius, sources};
+    SeedTracker seeds;
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.next(forward)) {
             break;
         }
-        assert(keepsMargin(src, pass.x, pass.y, std::max(1, patchRadius)));
-        const Choice match = searchCandidates(
-            src, pass.x, pass.y, searchRadius, 1, 1, 100000.0,
-            [&](int cx, int cy, int) {
-                return patchCandidate(src, src, cx, cy, maskChannel, patchRadius);
-            },
-            [&](int cx, int cy, int) {
-                return patchScore(fill, pass.x, pass.y, fill, cx, cy, patchRadius);
-            });
-        copyColour(src, match.x, match.y, fill, pass.x, pass.y);
+        const int x = int(pass.x);
+        const int y = int(pass.y);
+        assert(keepsMargin(src, x, y, std::max(1, patchRadius)));
+        const PatchTarget target(fill, x, y, patchRadius, planes.columnStep());
+        const Choice match = searchPatches(search, x, y, target, 100000.0, 1.0, true,
+                                           seeds.seedFor(x, y), NoEnergy{});
+        seeds.record(x, y, match);
+        copyColour(src, match.x, match.y, fill, x, y);
         pass.setAlpha(fill, levelOut);
-        copyColour(src, match.x, match.y, out, pass.x, pass.y);
-        setAlpha(out, pass.x, pass.y, levelOut);
+        planes.refresh(fill, x, y);
+        copyColour(src, match.x, match.y, out, x, y);
+        setAlpha(out, x, y, levelOut);
         pass.record(src, src, match);
     }
     pass.tally.report("inpaintTextureSynthesis", pix_list.size());
     return pass.tally.maxChange;
 }
 
+}  // namespace detail
 }  // namespace quorblen

@@ -1,0 +1,161 @@
+// The patch distance's lane kernels on SSE2, their inputs, and the choice of kernels at run
+// time.
+#include "inpaint/PatchLanes.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cassert>
+
+#include "inpaint/FillPixels.h"
+#include "inpaint/PatchLanesBody.h"
+#include "tv/RowKernels.h"
+
+namespace quorblen::detail {
+namespace {
+
+struct SseVectors {
+    using F = __m128;
+    using D = __m128d;
+    static constexpr int FloatLanes = 4;
+    static constexpr int DoubleLanes = 2;
+
+    static F load(const float* p) { return _mm_loadu_ps(p); }
+    static F set(float value) { return _mm_set1_ps(value); }
+    static F subF(F a, F b) { return _mm_sub_ps(a, b); }
+    static F mulF(F a, F b) { return _mm_mul_ps(a, b); }
+    static D widenLow(F v) { return _mm_cvtps_pd(v); }
+    static D widenHigh(F v) { return _mm_cvtps_pd(_mm_movehl_ps(v, v)); }
+
+    static D set(double value) { return _mm_set1_pd(value); }
+    static D add(D a, D b) { return _mm_add_pd(a, b); }
+    static D mul(D a, D b) { return _mm_mul_pd(a, b); }
+    static D div(D a, D b) { return _mm_div_pd(a, b); }
+    static D andNot(D a, D b) { return _mm_andnot_pd(a, b); }
+    static D both(D a, D b) { return _mm_and_pd(a, b); }
+    static void store(double* p, D v) { _mm_storeu_pd(p, v); }
+    static unsigned signs(D v) { return unsigned(_mm_movemask_pd(v)); }
+    static D greater(D a, D b) { return _mm_cmpgt_pd(a, b); }
+    static D atMost(D a, D b) { return _mm_cmple_pd(a, b); }
+    /// Two flags of 0 or -1, each repeated to fill its lane's 64 bits.
+    static D loadMask(const std::int32_t* p) {
+        const __m128i flags = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+        return _mm_castsi128_pd(_mm_unpacklo_epi32(flags, flags));
+    }
+};
+
+/// How many pairs a block adds between two looks at its bound.
+constexpr int PairsPerCheck = 4;
+
+/// The padding behind every plane: lane 0 is live, so its patch lies inside the image, and
+/// the other lanes read at most LaneBlock - 1 rows below it.
+constexpr std::size_t PlanePadding = LaneBlock;
+
+}  // namespace
+
+constinit const PatchLaneKernels ssePatchLanes{scoreBlockWith<SseVectors>};
+
+const PatchLaneKernels& fastestPatchLanes() {
+    static const PatchLaneKernels& fastest = avx2Available() ? avx2PatchLanes : ssePatchLanes;
+    return fastest;
+}
+
+PatchPlanes::PatchPlanes(const ImageBuffer& image, int width, int height, int r)
+    : m_width(width),
+      m_height(height),
+      m_radius(std::max(r, 0)),
+      m_colour(image, width, height, {0, 1, 2}, PlanePadding) {
+    r = m_radius;
+    assert(image.channels > AlphaChannel && image.width >= width && image.height >= height);
+    const std::size_t size = std::size_t(width) * std::size_t(height) + PlanePadding;
+    m_known.assign(size, 0);
+    m_complete.assign(size, 0);
+    for (int x = 0; x < width; ++x) {
+        for (int y = 0; y < height; ++y) {
+            copyKnown(image, x, y);
+        }
+    }
+    // Unknown pixels counted over every column segment: each centre's patch in 2r + 1 reads.
+    std::vector<int> below(std::size_t(height) + 1);
+    std::vector<int> unknownAcross(std::size_t(width) * std::size_t(height), 0);
+    for (int x = 0; x < width; ++x) {
+        for (int y = 0; y < height; ++y) {
+            below[std::size_t(y) + 1] =
+                below[std::size_t(y)] + (m_known[std::size_t(at(x, y))] == 0);
+        }
+        for (int y = r; y < height - r; ++y) {
+            unknownAcross[std::size_t(at(x, y))] =
+                below[std::size_t(y + r + 1)] - below[std::size_t(y - r)];
+        }
+    }
+    for (int x = r; x < width - r; ++x) {
+        for (int y = r; y < height - r; ++y) {
+            int unknown = 0;
+            for (int i = -r; i <= r; ++i) {
+                unknown += unknownAcross[std::size_t(at(x + i, y))];
+            }
+            m_complete[std::size_t(at(x, y))] = unknown == 0;
+        }
+    }
+}
+
+void PatchPlanes::copyKnown(const ImageBuffer& image, int x, int y) {
+    m_known[std::size_t(at(x, y))] =
+        approxEqual(sampleAt(image, x, y, AlphaChannel), 0.0f) ? -1 : 0;
+}
+
+void PatchPlanes::check(int x, int y) {
+    const int r = m_radius;
+    bool complete = x >= r && y >= r && x < m_width - r && y < m_height - r;
+    for (int i = -r; complete && i <= r; ++i) {
+        for (int j = -r; complete && j <= r; ++j) {
+            complete = m_known[std::size_t(at(x + i, y + j))] != 0;
+        }
+    }
+    m_complete[std::size_t(at(x, y))] = complete;
+}
+
+void PatchPlanes::refresh(const ImageBuffer& image, int x, int y) {
+    const std::int32_t was = m_known[std::size_t(at(x, y))];
+    m_colour.refresh(image, x, y);
+    copyKnown(image, x, y);
+    if (m_known[std::size_t(at(x, y))] == was) {
+        return;
+    }
+    for (int i = std::max(0, x - m_radius); i <= std::min<int>(m_width - 1, x + m_radius); ++i) {
+        for (int j = std::max(0, y - m_radius); j <= std::min<int>(m_height - 1, y + m_radius);
+             ++j) {
+            check(i, j);
+        }
+    }
+}
+
+PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::ptrdiff_t step) {
+    assert(target.channels > AlphaChannel && keepsMargin(target, x, y, r));
+    // The order and arithmetic of patchDistance: column offset outer, row offset inner.
+    for (int i = 0; i <= 2 * r; ++i) {
+        for (int j = 0; j <= 2 * r; ++j) {
+            const float* pa = target.data + sampleIndex(target, x - r + i, y - r + j, 0);
+            if (approxEqual(pa[AlphaChannel], 1.0f)) {
+                continue;
+            }
+            const int dist2 = (i - r) * (i - r) + (j - r) * (j - r);
+            const double w = static_cast<double>(1.0f - pa[AlphaChannel]) /
+                             std::sqrt(static_cast<double>(dist2) + 1.0);
+            offset.push_back((i - r) * step + (j - r));
+            weight.push_back(w);
+            for (int c = 0; c < 3; ++c) {
+                colour[c].push_back(pa[c]);
+            }
+            fullWeightSum += w;
+            fullWeightSum += w;
+            fullWeightSum += w;
+            growing = growing && w > TinyWeightSum;
+        }
+    }
+    for (int end = PairsPerCheck; end < int(offset.size()) + PairsPerCheck; end += PairsPerCheck) {
+        checkpoints.push_back(std::min(end, int(offset.size())));
+    }
+}
+
+}  // namespace quorblen::detail

@@ -1,0 +1,186 @@
+// The lane kernels of the patch distance, written once over an instruction set's eight-lane
+// operations; included by one translation unit per instruction set.
+#pragma once
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+
+#include "inpaint/PatchLanes.h"
+
+namespace quorblen::detail {
+
+/// A block's lanes as arrays of vectors of one instruction set, whose single-vector
+/// operations V gives: Floats of V::FloatLanes floats, Doubles of V::DoubleLanes doubles
+/// (two per Floats), and masks as Doubles with every bit of a lane set or clear.
+template <class V>
+struct BlockLanes {
+    static constexpr int FloatVectors = LaneBlock / V::FloatLanes;
+    static constexpr int DoubleVectors = LaneBlock / V::DoubleLanes;
+    struct Floats {
+        typename V::F v[FloatVectors];
+    };
+    struct Doubles {
+        typename V::D v[DoubleVectors];
+    };
+    using Mask = Doubles;
+
+    template <class R, class Op, class... A>
+    static R each(Op op, const A&... a) {
+        R r;
+        for (std::size_t i = 0; i < std::size(r.v); ++i) {
+            r.v[i] = op(a.v[i]...);
+        }
+        return r;
+    }
+    template <class R, class Op>
+    static R fill(Op op) {
+        R r;
+        for (std::size_t i = 0; i < std::size(r.v); ++i) {
+            r.v[i] = op(i);
+        }
+        return r;
+    }
+
+    static Floats load(const float* p) {
+        return fill<Floats>([p](std::size_t i) { return V::load(p + V::FloatLanes * i); });
+    }
+    static Floats set(float value) {
+        return fill<Floats>([value](std::size_t) { return V::set(value); });
+    }
+    static Floats sub(Floats a, Floats b) { return each<Floats>(V::subF, a, b); }
+    static Floats mul(Floats a, Floats b) { return each<Floats>(V::mulF, a, b); }
+    static Doubles widen(Floats f) {
+        return fill<Doubles>([&f](std::size_t i) {
+            return i % 2 == 0 ? V::widenLow(f.v[i / 2]) : V::widenHigh(f.v[i / 2]);
+        });
+    }
+
+    static Doubles set(double value) {
+        return fill<Doubles>([value](std::size_t) { return V::set(value); });
+    }
+    static Doubles add(Doubles a, Doubles b) { return each<Doubles>(V::add, a, b); }
+    static Doubles mul(Doubles a, Doubles b) { return each<Doubles>(V::mul, a, b); }
+    static Doubles div(Doubles a, Doubles b) { return each<Doubles>(V::div, a, b); }
+    static Doubles abs(Doubles a) { return each<Doubles>(V::andNot, set(-0.0), a); }
+    static void store(double* p, Doubles d) {
+        for (int i = 0; i < DoubleVectors; ++i) {
+            V::store(p + V::DoubleLanes * i, d.v[i]);
+        }
+    }
+    static unsigned bits(Mask m) {
+        unsigned b = 0;
+        for (int i = 0; i < DoubleVectors; ++i) {
+            b |= V::signs(m.v[i]) << (V::DoubleLanes * i);
+        }
+        return b;
+    }
+    static unsigned greater(Doubles a, Doubles b) { return bits(each<Mask>(V::greater, a, b)); }
+    static unsigned atMost(Doubles a, Doubles b) { return bits(each<Mask>(V::atMost, a, b)); }
+
+    static Mask loadMask(const std::int32_t* p) {
+        return fill<Mask>([p](std::size_t i) { return V::loadMask(p + V::DoubleLanes * i); });
+    }
+    static Doubles masked(Doubles v, Mask m) { return each<Doubles>(V::both, v, m); }
+};
+
+/// Every lane of a block.
+inline constexpr unsigned AllLanes = (1u << LaneBlock) - 1;
+
+/// Each lane repeats patchDistance's operations on its candidate in their order: the float
+/// difference and square, widened, times the pair's weight, added to the lane's sum; a pair
+/// the candidate does not know adds +0.0 instead, which leaves a sum unchanged (a sum
+/// starting at +0.0 is never -0.0, since x + (-x) is +0.0 when rounding to nearest).
+///
+/// Dropping a lane early is exact. With every weight positive each term is >= +0.0 or NaN,
+/// and rounding to nearest is monotone (x <= y gives fl(x + a) <= fl(y + a)), so:
+/// - a partial sum never exceeds the final one;
+/// - a lane's weight sum, the weights of the pairs it knows added in order, never exceeds the
+///   target's full one W, which adds them all: by induction over the pairs, a pair the lane
+///   skips leaves its sum while W only grows, and a pair both add keeps the order;
+/// - so distance = fl(sum / wsum) >= fl(partial / W) (a larger numerator, a smaller positive
+///   divisor), and fl(distance * patchWeight) >= fl(fl(partial / W) * patchWeight) for
+///   patchWeight >= 0.
+/// Once fl(fl(partial / W) * patchWeight) > bound, the lane's distance * patchWeight is above
+/// bound, and so is its score when the rest of the score is >= 0: it can neither win nor tie
+/// with the candidate that scored `bound`. A lane that counts no pair has a sum of +0.0 and a
+/// score (0.0, or 0.0 plus the rest) >= 0.0 = fl(0.0 / W): dropped, it was above the bound too.
+/// A lane that counts a pair has a weight sum of at least that weight, above TinyWeightSum
+/// for a growing target, so it is never scored 0.0 for a tiny weight sum.
+/// Only lanes that last to the end need their own weight sum, and only those whose patch has
+/// an unknown pixel need it computed.
+template <class V>
+void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdiff_t centre,
+                    unsigned live, double bound, double patchWeight, double* scores) {
+    using L = BlockLanes<V>;
+    using D = typename L::Doubles;
+    const float* colour[3] = {planes.colour(0) + centre, planes.colour(1) + centre,
+                              planes.colour(2) + centre};
+    const std::int32_t* known = planes.known() + centre;
+    const std::size_t pairs = t.offset.size();
+
+    // Lanes that know every pixel of their patch need no mask; nor do the lanes not live,
+    // whose scores are dropped.
+    unsigned complete = 0;
+    for (int k = 0; k < LaneBlock; ++k) {
+        complete |= unsigned(planes.complete()[centre + k]) << k;
+    }
+    const bool allComplete = (complete & live) == live;
+
+    D sum = L::set(0.0);
+    unsigned alive = live;
+    const bool prune = t.growing && !(bound == std::numeric_limits<double>::infinity());
+    const D limit = L::set(bound);
+    const D scale = L::set(patchWeight);
+    const D full = L::set(t.fullWeightSum);
+    const auto addPairs = [&]<bool Masked>(std::size_t from, std::size_t to) {
+        for (std::size_t p = from; p < to; ++p) {
+            const std::ptrdiff_t o = t.offset[p];
+            const D w = L::set(t.weight[p]);
+            for (int c = 0; c < 3; ++c) {
+                const typename L::Floats delta =
+                    L::sub(L::set(t.colour[c][p]), L::load(colour[c] + o));
+                const D term = L::mul(L::widen(L::mul(delta, delta)), w);
+                sum = L::add(sum, Masked ? L::masked(term, L::loadMask(known + o)) : term);
+            }
+        }
+    };
+    std::size_t done = 0;
+    for (const int end : t.checkpoints) {
+        if (allComplete) {
+            addPairs.template operator()<false>(done, std::size_t(end));
+        } else {
+            addPairs.template operator()<true>(done, std::size_t(end));
+        }
+        done = std::size_t(end);
+        if (prune) {
+            alive &= ~L::greater(L::mul(L::div(sum, full), scale), limit);
+            if (alive == 0) {
+                break;
+            }
+        }
+    }
+    // The target's own weight sum serves every lane that knows every pixel it compares.
+    D wsum = full;
+    if (alive != 0 && (complete & alive) != alive) {
+        wsum = L::set(0.0);
+        for (std::size_t q = 0; q < pairs; ++q) {
+            const D w = L::masked(L::set(t.weight[q]), L::loadMask(known + t.offset[q]));
+            wsum = L::add(L::add(L::add(wsum, w), w), w);
+        }
+    }
+    // Like patchDistance's test, a NaN weight sum counts.
+    const unsigned counted = ~L::atMost(L::abs(wsum), L::set(TinyWeightSum)) & AllLanes;
+    L::store(scores, L::div(sum, wsum));
+    for (int k = 0; k < LaneBlock; ++k) {
+        if (!(alive >> k & 1u)) {
+            scores[k] = std::numeric_limits<double>::quiet_NaN();
+        } else if (!(counted >> k & 1u)) {
+            scores[k] = 0.0;
+        }
+    }
+}
+
+}  // namespace quorblen::detail
