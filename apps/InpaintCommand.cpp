@@ -51,8 +51,8 @@ void describeInpaintDefaults(std::ostream& out) {
         describeParameter(out, parameter, parameterDefaults(parameter));
     }
     out << "        --source2 FILE, --source3 FILE (default: INPUT itself)\n"
-           "            more donor images of INPUT's size for weighted-elastica, multi-source and\n"
-           "            fallback; their pixels under the mask donate nothing\n"
+           "            more donor images of INPUT's size for weighted-elastica, multi-source,\n"
+           "            fallback and patchmatch; their pixels under the mask donate nothing\n"
            "        --source2-offset N, --source3-offset N (with --frames)\n"
            "            fill frame F from frame F+N (N may be negative) of the source, a\n"
            "            sequence named with a frame token (default: INPUT's), whose hole is\n"

@@ -131,9 +131,8 @@ double runPass(WorkerPool& pool, const PassImages& p, const RecipeOptions& o, in
 ImageBuffer fillByPasses(const RecipeJob& job) {
     const RecipeOptions& options = job.options;
     ImageBuffer extras[2];
-    const ImageBuffer* sources[2] = {options.source2, options.source3};
     for (int k = 0; k < 2; ++k) {
-        extras[k] = sources[k] != nullptr ? job.cutSource(k) : withoutDonors(job.start);
+        extras[k] = job.hasSource(k) ? job.cutSource(k) : withoutDonors(job.start);
     }
     ImageBuffer work(job.start);
     PixelList list = unknownPixels(job.start);

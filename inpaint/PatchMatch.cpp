@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <ostream>
+#include <span>
 #include <vector>
 
 #include "inpaint/PatchSearch.h"
@@ -17,6 +18,10 @@ namespace {
 
 using detail::MatchField;
 using detail::PatchLevel;
+using detail::PatchMatchEntry;
+
+/// One level's images: the one filled, then the extra sources'.
+using LevelImages = std::vector<PatchLevel>;
 
 /// Sweeps of the search per round: one forward, one backward.
 constexpr int SweepsPerRound = 2;
@@ -90,9 +95,9 @@ void addTexture(PatchLevel& level, int colours) {
     }
 }
 
-/// Level 0 of the pyramid: the part of `work` inside the image (its padding dropped).
-PatchLevel fullLevel(const ImageBuffer& work, int channels, int radius, Region& inside) {
-    inside = {work.width, work.height, 0, 0};
+/// The part of the working image `work` inside the image: its box without the padding.
+Region insideOf(const ImageBuffer& work) {
+    Region inside{work.width, work.height, 0, 0};
     for (int y = 0; y < work.height; ++y) {
         for (int x = 0; x < work.width; ++x) {
             const float* p = work.data + std::ptrdiff_t(y) * work.stride + x * work.channels;
@@ -102,6 +107,12 @@ PatchLevel fullLevel(const ImageBuffer& work, int channels, int radius, Region& 
             }
         }
     }
+    return inside;
+}
+
+/// Level 0 of the pyramid of the working image `work`: its part `inside`, its hole where alpha
+/// is not 0.
+PatchLevel fullLevel(const ImageBuffer& work, int channels, int radius, const Region& inside) {
     PatchLevel level = detail::makePatchLevel(inside.x1 - inside.x0, inside.y1 - inside.y0,
                                               channels + TextureChannels, radius);
     for (int y = 0; y < level.height; ++y) {
@@ -205,16 +216,25 @@ std::vector<double> matchWeights(const PatchLevel& level, const MatchField& fiel
     return weights;
 }
 
-/// Gives every hole pixel of `level` the colours its overlapping matches hold for it: their
-/// weighted mean, or with `sharp` those of the match of largest weight (the first in row order
-/// on a tie). Reads known pixels only, so the rows are independent.
-void vote(PatchLevel& level, const MatchField& field, int threads, bool sharp) {
+/// Gives every hole pixel of images[0] the colours its overlapping matches hold for it, each
+/// from its match's image: their weighted mean, or with `sharp` those of the match of largest
+/// weight (the first in row order on a tie). Reads known pixels only, so the rows are
+/// independent.
+void vote(LevelImages& images, const MatchField& field, int threads, bool sharp) {
+    PatchLevel& level = images.front();
     const std::vector<double> weights = matchWeights(level, field);
     const int r = level.radius;
     // Distances to the known pixels differ by at most 2r within a patch.
     std::vector<double> trust(4 * r + 1);
     for (int d = -2 * r; d <= 2 * r; ++d) {
         trust[d + 2 * r] = std::pow(EdgeTrust, d);
+    }
+    // The colours of each target's match, in its image.
+    std::vector<const float*> matched(field.size());
+    for (std::size_t i = 0; i < field.size(); ++i) {
+        if (level.target[i]) {
+            matched[i] = images[std::size_t(field[i].source)].at(field[i].x, field[i].y);
+        }
     }
     detail::runTasks(level.height, threads, [&](int y) {
         for (int x = 0; x < level.width; ++x) {
@@ -231,7 +251,8 @@ void vote(PatchLevel& level, const MatchField& field, int threads, bool sharp) {
                     const std::size_t q = level.index(x + ox, y + oy);
                     const double w =
                         weights[q] * trust[level.distance[i] - level.distance[q] + 2 * r];
-                    const float* from = level.at(field[q].x - ox, field[q].y - oy);
+                    const float* from =
+                        matched[q] - (std::ptrdiff_t(oy) * level.width + ox) * level.channels;
                     for (int c = 0; c < level.channels; ++c) {
                         sum[c] += w * double(from[c]);
                     }
@@ -260,13 +281,17 @@ std::size_t holePixels(const PatchLevel& level) {
 }
 
 /// The pyramid, finest level first.
-std::vector<PatchLevel> pyramid(PatchLevel full, const PatchMatchSettings& settings) {
-    std::vector<PatchLevel> levels;
+std::vector<LevelImages> pyramid(LevelImages full, const PatchMatchSettings& settings) {
+    std::vector<LevelImages> levels;
     levels.push_back(std::move(full));
-    while (settings.levels == 0 ? depthOf(levels.back()) > CoarsestDepth * settings.patchRadius
-                                : int(levels.size()) < settings.levels) {
-        PatchLevel next = halved(levels.back());
-        if (next.donors.size() < std::max<std::size_t>(1, holePixels(next))) {
+    while (settings.levels == 0
+               ? depthOf(levels.back().front()) > CoarsestDepth * settings.patchRadius
+               : int(levels.size()) < settings.levels) {
+        LevelImages next;
+        for (const PatchLevel& image : levels.back()) {
+            next.push_back(halved(image));
+        }
+        if (detail::donorCount(next) < std::max<std::size_t>(1, holePixels(next.front()))) {
             break;
         }
         levels.push_back(std::move(next));
@@ -296,31 +321,37 @@ double meanCost(const PatchLevel& level, const MatchField& field) {
 
 }  // namespace
 
-ImageBuffer fillByPatchMatch(const ImageBuffer& work, int colourChannels,
-                             const PatchMatchSettings& settings, const char* name,
-                             std::ostream& log) {
+ImageBuffer fillByPatchMatch(const ImageBuffer& work, std::span<const ImageBuffer> sources,
+                             int colourChannels, const PatchMatchSettings& settings,
+                             const char* name, std::ostream& log) {
     assert(work.channels == WorkChannels && colourChannels >= 1 && colourChannels <= 3);
     assert(settings.rounds >= 1 && settings.patchRadius >= 1);
-    Region inside{};
-    PatchLevel full = fullLevel(work, colourChannels, settings.patchRadius, inside);
-    assert(holePixels(full) > 0);
-    if (full.donors.empty()) {
+    const Region inside = insideOf(work);
+    LevelImages full{fullLevel(work, colourChannels, settings.patchRadius, inside)};
+    for (const ImageBuffer& source : sources) {
+        assert(source.width == work.width && source.height == work.height &&
+               source.channels == WorkChannels);
+        full.push_back(fullLevel(source, colourChannels, settings.patchRadius, inside));
+    }
+    assert(holePixels(full.front()) > 0);
+    if (detail::donorCount(full) == 0) {
         log << name << ": no patch of radius " << settings.patchRadius
             << " lies wholly in the known pixels; the hole keeps the first guess\n";
         return work;
     }
-    std::vector<PatchLevel> levels = pyramid(std::move(full), settings);
+    std::vector<LevelImages> levels = pyramid(std::move(full), settings);
     MatchField field;
     for (std::size_t k = levels.size(); k-- > 0;) {
-        PatchLevel& level = levels[k];
-        const PatchLevel* coarser = k + 1 < levels.size() ? &levels[k + 1] : nullptr;
+        PatchLevel& level = levels[k].front();
+        const PatchLevel* coarser = k + 1 < levels.size() ? &levels[k + 1].front() : nullptr;
         if (coarser != nullptr) {
             enlargeInto(*coarser, level);
         }
-        field = detail::initialField(level, coarser, field, seedOf(k, -1));
+        field = detail::initialField(levels[k], coarser, field, seedOf(k, -1));
         for (int round = 0; round < settings.rounds; ++round) {
-            detail::improveField(level, field, SweepsPerRound, seedOf(k, round), settings.threads);
-            vote(level, field, settings.threads, k < SharpLevels);
+            detail::improveField(levels[k], field, SweepsPerRound, seedOf(k, round),
+                                 settings.threads);
+            vote(levels[k], field, settings.threads, k < SharpLevels);
         }
         log << name << ": level " << levels.size() - k << " of " << levels.size() << ", "
             << level.width << " x " << level.height << ", " << holePixels(level)
@@ -328,7 +359,7 @@ ImageBuffer fillByPatchMatch(const ImageBuffer& work, int colourChannels,
             << "\n";
     }
     ImageBuffer result(work);
-    const PatchLevel& finest = levels.front();
+    const PatchLevel& finest = levels.front().front();
     for (int y = 0; y < finest.height; ++y) {
         for (int x = 0; x < finest.width; ++x) {
             if (finest.hole[finest.index(x, y)]) {

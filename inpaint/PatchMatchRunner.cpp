@@ -1,6 +1,7 @@
 // The patch-match recipe: coarse-to-fine patch match over a window around the hole.
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "inpaint/PatchMatch.h"
 #include "inpaint/RecipeRunner.h"
@@ -19,9 +20,16 @@ int patchMatchMargin(const RecipeOptions& options, const Region& holeBox, int wi
            options.patchRadius;
 }
 
+/// The fill over the image and the sources given, each with its own hole.
 ImageBuffer fillByPatchMatch(const RecipeJob& job) {
     const RecipeOptions& o = job.options;
-    return quorblen::fillByPatchMatch(job.start, job.colourChannels,
+    std::vector<ImageBuffer> sources;
+    for (int k = 0; k < 2; ++k) {
+        if (job.hasSource(k)) {
+            sources.push_back(job.cutSource(k));
+        }
+    }
+    return quorblen::fillByPatchMatch(job.start, sources, job.colourChannels,
                                       {o.levels, o.rounds, o.patchRadius, o.threads}, job.name,
                                       job.log);
 }

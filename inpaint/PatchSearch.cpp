@@ -39,27 +39,51 @@ private:
     std::uint64_t m_state;
 };
 
-/// Compares target patches of a level with donor patches.
+/// Compares target patches of a level with donor patches of its images.
 class Scorer {
 public:
-    explicit Scorer(const PatchLevel& level) : m_level(level), m_cost(fastestPatchCost()) {}
+    explicit Scorer(PatchImages images) : m_level(images.front()), m_cost(fastestPatchCost()) {
+        for (const PatchLevel& image : images) {
+            m_colours.push_back(image.colour.data());
+            m_donors.push_back(image.donor.data());
+        }
+    }
 
-    /// The cost of matching the target centred on (x, y) with the donor centred on (sx, sy),
-    /// or a value above `bound` once the cost is known to exceed it.
-    float operator()(int x, int y, int sx, int sy, float bound) const {
+    /// The cost of matching the target centred on (x, y) with the donor `donor`, or a value
+    /// above `bound` once the cost is known to exceed it.
+    float operator()(int x, int y, const PatchMatchEntry& donor, float bound) const {
         const int r = m_level.radius;
         // The target patch's part inside the level, as offsets from its centre.
         const int x0 = std::max(x - r, 0) - x;
         const int x1 = std::min(x + r, m_level.width - 1) - x;
         const int y0 = std::max(y - r, 0) - y;
         const int y1 = std::min(y + r, m_level.height - 1) - y;
-        return m_cost(m_level.at(x + x0, y + y0), m_level.at(sx + x0, sy + y0),
+        return m_cost(m_level.at(x + x0, y + y0),
+                      m_colours[std::size_t(donor.source)] +
+                          m_level.index(donor.x + x0, donor.y + y0) * m_level.channels,
                       std::ptrdiff_t(m_level.width) * m_level.channels, y1 - y0 + 1,
                       (x1 - x0 + 1) * m_level.channels, bound);
     }
 
+    /// Replaces `best`, the match of the target centred on (x, y), by `donor` when that is
+    /// another donor patch and closer.
+    void tryDonor(int x, int y, PatchMatchEntry donor, PatchMatchEntry& best) const {
+        if (donor.x < 0 || donor.y < 0 || donor.x >= m_level.width || donor.y >= m_level.height ||
+            !m_donors[std::size_t(donor.source)][m_level.index(donor.x, donor.y)] ||
+            (donor.source == best.source && donor.x == best.x && donor.y == best.y)) {
+            return;
+        }
+        donor.cost = (*this)(x, y, donor, best.cost);
+        if (donor.cost < best.cost) {
+            best = donor;
+        }
+    }
+
 private:
     const PatchLevel& m_level;
+    // The colours and donor flags of each image, m_level's first.
+    std::vector<const float*> m_colours;
+    std::vector<const std::uint8_t*> m_donors;
     PatchCostFunction m_cost;
 };
 
@@ -89,16 +113,6 @@ struct TileSweep {
 
     void improve(int x, int y, int step, int tx0, int ty0, int tx1, int ty1) const {
         PatchMatchEntry best = field[level.index(x, y)];
-        const auto tryDonor = [&](int sx, int sy) {
-            if (sx < 0 || sy < 0 || sx >= level.width || sy >= level.height ||
-                !level.donor[level.index(sx, sy)] || (sx == best.x && sy == best.y)) {
-                return;
-            }
-            const float cost = score(x, y, sx, sy, best.cost);
-            if (cost < best.cost) {
-                best = {sx, sy, cost};
-            }
-        };
         // Propagation: the neighbour already visited on each axis, shifted back by one step.
         const int nx[2] = {x - step, x};
         const int ny[2] = {y, y - step};
@@ -109,7 +123,7 @@ struct TileSweep {
             }
             const bool inTile = nx[n] >= tx0 && nx[n] < tx1 && ny[n] >= ty0 && ny[n] < ty1;
             const PatchMatchEntry& e = (inTile ? field : before)[level.index(nx[n], ny[n])];
-            tryDonor(e.x + (x - nx[n]), e.y + (y - ny[n]));
+            score.tryDonor(x, y, {e.source, e.x + (x - nx[n]), e.y + (y - ny[n])}, best);
         }
         // Random search in squares halving from the whole level around the best so far.
         const int r = level.radius;
@@ -119,7 +133,7 @@ struct TileSweep {
                 std::clamp(best.x + draws.between(-radius, radius), r, level.width - 1 - r);
             const int sy =
                 std::clamp(best.y + draws.between(-radius, radius), r, level.height - 1 - r);
-            tryDonor(sx, sy);
+            score.tryDonor(x, y, {best.source, sx, sy}, best);
         }
         field[level.index(x, y)] = best;
     }
@@ -197,6 +211,14 @@ void classifyPatches(PatchLevel& level) {
     }
 }
 
+std::size_t donorCount(PatchImages images) {
+    std::size_t count = 0;
+    for (const PatchLevel& image : images) {
+        count += image.donors.size();
+    }
+    return count;
+}
+
 int patchSamples(const PatchLevel& level, int x, int y) {
     const int r = level.radius;
     const int columns = std::min(x + r, level.width - 1) - std::max(x - r, 0) + 1;
@@ -204,9 +226,11 @@ int patchSamples(const PatchLevel& level, int x, int y) {
     return columns * rows * level.channels;
 }
 
-MatchField initialField(const PatchLevel& level, const PatchLevel* coarser,
-                        const MatchField& coarse, std::uint64_t seed) {
-    assert(!level.donors.empty());
+MatchField initialField(PatchImages images, const PatchLevel* coarser, const MatchField& coarse,
+                        std::uint64_t seed) {
+    const PatchLevel& level = images.front();
+    const std::size_t donors = donorCount(images);
+    assert(donors > 0);
     MatchField field(level.hole.size());
     for (int y = 0; y < level.height; ++y) {
         for (int x = 0; x < level.width; ++x) {
@@ -218,30 +242,41 @@ MatchField initialField(const PatchLevel& level, const PatchLevel* coarser,
                 const int px = std::min(x / 2, coarser->width - 1);
                 const int py = std::min(y / 2, coarser->height - 1);
                 const PatchMatchEntry& parent = coarse[coarser->index(px, py)];
+                const PatchLevel& image = images[std::size_t(parent.source)];
                 const int sx = 2 * parent.x + (x - 2 * px);
                 const int sy = 2 * parent.y + (y - 2 * py);
                 if (parent.x >= 0 && sx < level.width && sy < level.height &&
-                    level.donor[level.index(sx, sy)]) {
-                    e = {sx, sy, 0.0f};
+                    image.donor[image.index(sx, sy)]) {
+                    e = {parent.source, sx, sy, 0.0f};
                     continue;
                 }
             }
+            // The donors of all images in turn, as one list.
             Draws draws(seed, x, y);
-            const int d = level.donors[std::size_t(draws.between(0, int(level.donors.size()) - 1))];
-            e = {d % level.width, d / level.width, 0.0f};
+            std::size_t d = std::size_t(draws.between(0, int(donors) - 1));
+            int source = 0;
+            for (; d >= images[std::size_t(source)].donors.size(); ++source) {
+                d -= images[std::size_t(source)].donors.size();
+            }
+            const int at = images[std::size_t(source)].donors[d];
+            e = {source, at % level.width, at / level.width, 0.0f};
         }
     }
     return field;
 }
 
-void improveField(const PatchLevel& level, MatchField& field, int sweeps, std::uint64_t seed,
+void improveField(PatchImages images, MatchField& field, int sweeps, std::uint64_t seed,
                   int threads) {
-    const Scorer score(level);
+    const PatchLevel& level = images.front();
+    const Scorer score(images);
     runTasks(level.height, threads, [&](int y) {
         for (int x = 0; x < level.width; ++x) {
             PatchMatchEntry& e = field[level.index(x, y)];
             if (level.target[level.index(x, y)]) {
-                e.cost = score(x, y, e.x, e.y, HUGE_VALF);
+                e.cost = score(x, y, e, HUGE_VALF);
+                for (int source = 1; source < int(images.size()); ++source) {
+                    score.tryDonor(x, y, {source, x, y}, e);
+                }
             }
         }
     });

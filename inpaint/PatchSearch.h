@@ -1,9 +1,10 @@
 // The nearest-neighbour field of the patch-match fill: for every patch that overlaps the hole,
-// a known patch like it, found by randomized search with propagation. Not part of the
-// library's interface.
+// a known patch like it, in the image or in an extra source, found by randomized search with
+// propagation. Not part of the library's interface.
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace quorblen::detail {
@@ -44,9 +45,16 @@ PatchLevel makePatchLevel(int width, int height, int channels, int radius);
 /// Fills the target, donor, donors and distance fields of `level` from its hole flags.
 void classifyPatches(PatchLevel& level);
 
-/// A match of the field: the centre of the donor patch and the sum of squared colour
-/// differences to it over the target patch's pixels inside the level.
+/// The images of one level that matches may lie in: the level being filled first, then the
+/// extra sources' levels, all of one size, channel count and patch radius, each with its own
+/// hole (its donors are its own). Only the first one's targets get matches.
+using PatchImages = std::span<const PatchLevel>;
+
+/// A match of the field: the image of the donor patch (an index into the level's PatchImages),
+/// its centre, and the sum of squared colour differences to it over the target patch's pixels
+/// inside the level.
 struct PatchMatchEntry {
+    int source = 0;
     int x = -1;
     int y = -1;
     float cost = 0.0f;
@@ -55,23 +63,29 @@ struct PatchMatchEntry {
 /// The nearest-neighbour field of a level: one entry per pixel, meaningful at targets.
 using MatchField = std::vector<PatchMatchEntry>;
 
+/// The donor patches of all of `images`.
+std::size_t donorCount(PatchImages images);
+
 /// The samples a target patch compares: its pixels inside the level times the channels.
 int patchSamples(const PatchLevel& level, int x, int y);
 
-/// A field for `level` whose every target holds a donor: for `coarse` (the field of the next
-/// coarser level, or empty) each target takes its parent's match doubled and shifted by its
-/// place within the parent, where that is a donor; the others take a donor drawn by `seed`.
-/// Costs are left at 0.
-/// Precondition: `level` has at least one donor.
-MatchField initialField(const PatchLevel& level, const PatchLevel* coarser,
-                        const MatchField& coarse, std::uint64_t seed);
+/// A field for `images` whose every target holds a donor: for `coarse` (the field of the next
+/// coarser level `coarser`, the one filled, or empty) each target takes its parent's match
+/// doubled and shifted by its place within the parent, in the same image, where that is a
+/// donor; the others take a donor of any image drawn by `seed`. Costs are left at 0.
+/// Precondition: the images have at least one donor between them.
+MatchField initialField(PatchImages images, const PatchLevel* coarser, const MatchField& coarse,
+                        std::uint64_t seed);
 
-/// Improves `field` over `level`'s current colours: re-scores every target, then runs
-/// `sweeps` sweeps of propagation from the neighbours and random search over the whole level,
-/// alternately forward and backward. Targets are treated in fixed tiles, each on one thread
-/// (up to `threads`); a tile sees its own targets' new matches and the others' from before the
-/// sweep, so the result depends on `seed` but not on the thread count.
-void improveField(const PatchLevel& level, MatchField& field, int sweeps, std::uint64_t seed,
+/// Improves `field` over the current colours of images[0]: re-scores every target, keeping
+/// instead the patch at the target's own place in an extra source where that is a donor and
+/// closer (a locked-off shot's neighbouring frame shows the background there), then runs
+/// `sweeps` sweeps of propagation from the neighbours and random search over the whole level
+/// (in the image of the best match so far), alternately forward and backward. Targets are
+/// treated in fixed tiles, each on one thread (up to `threads`); a tile sees its own targets'
+/// new matches and the others' from before the sweep, so the result depends on `seed` but not
+/// on the thread count.
+void improveField(PatchImages images, MatchField& field, int sweeps, std::uint64_t seed,
                   int threads);
 
 }  // namespace quorblen::detail

@@ -68,7 +68,8 @@ void checkSourceMask(const char* what, const ImageBuffer* mask, const ImageBuffe
     if (mask == nullptr) {
         return;
     }
-    const std::string name = std::string(what) + "Mask";
+    // Named in words every front end shares (the field, the keyword and the file differ).
+    const std::string name = "the mask of " + std::string(what);
     checkMaskSize(name, *mask, image);
     if (source == nullptr) {
         throw std::invalid_argument(name + " is given without " + what);

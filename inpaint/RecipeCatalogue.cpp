@@ -30,8 +30,8 @@ constexpr RecipeInfo recipeTable[] = {
     {InpaintRecipe::Fallback, "fallback",
      "multi-source; without a near-exact patch match, the known colour of least energy"},
     {InpaintRecipe::PatchMatch, "patchmatch",
-     "coarse-to-fine patch match over the hole's surroundings: object-sized holes (a whole "
-     "object to remove)"},
+     "coarse-to-fine patch match over the hole's surroundings in up to three images "
+     "(--source2, --source3): object-sized holes"},
 };
 
 constexpr RecipeParameter parameterTable[] = {

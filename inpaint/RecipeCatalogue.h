@@ -79,8 +79,9 @@ struct RecipeOptions {
     double window;
     /// Threads a recipe may run on (0: one per core). The result does not depend on it.
     int threads;
-    /// Three-source recipes: the second and third source of donor colours, with the width,
-    /// height and channels of the image (alpha at the same plane, not read); null: the image.
+    /// Three-source recipes and patch match: the second and third source of donor colours,
+    /// with the width, height and channels of the image (alpha at the same plane, not read);
+    /// null: the image (patch match: none).
     const ImageBuffer* source2;
     const ImageBuffer* source3;
     /// The holes of source2 and source3 (a neighbouring frame's own matte): the width and

@@ -32,18 +32,21 @@ struct RecipeJob {
     const HoleFlags& hole;
     const Region& region;
 
+    /// Whether extra source k (0: options.source2, 1: options.source3) is given.
+    bool hasSource(int k) const { return (k == 0 ? options.source2 : options.source3) != nullptr; }
+
     /// The working image of extra source k (0: options.source2, 1: options.source3) cut as
     /// `start` was, so that it lines up with it: the same region and padding, its alpha and
     /// donor flag from the source's own mask (source2Mask, source3Mask) or, without one, from
     /// the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
     /// naming the source, when a sample it knows is not a finite number.
-    /// Precondition: that source is given (fillHole checked its mask).
+    /// Precondition: hasSource(k) (fillHole checked its mask).
     ImageBuffer cutSource(int k) const {
-        const ImageBuffer* source = k == 0 ? options.source2 : options.source3;
+        assert(hasSource(k));
         const ImageBuffer* mask = k == 0 ? options.source2Mask : options.source3Mask;
-        assert(source != nullptr);
-        ImageBuffer work = firstGuessWorkingImage(
-            *source, alphaPlane, mask != nullptr ? holeFlags(*mask) : hole, region);
+        ImageBuffer work =
+            firstGuessWorkingImage(k == 0 ? *options.source2 : *options.source3, alphaPlane,
+                                   mask != nullptr ? holeFlags(*mask) : hole, region);
         // A copied colour that is not a number would poison every later comparison.
         knownRange(work, k == 0 ? "source2" : "source3");
         return work;

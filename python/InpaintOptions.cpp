@@ -8,6 +8,7 @@ namespace quorblen::python {
 namespace {
 
 constexpr const char* sourceKeywords[2] = {"source2", "source3"};
+constexpr const char* maskKeywords[2] = {"source2_mask", "source3_mask"};
 
 const RecipeInfo& recipeNamed(const std::string& method) {
     if (const RecipeInfo* info = findRecipe(method.c_str())) {
@@ -23,16 +24,25 @@ const RecipeInfo& recipeNamed(const std::string& method) {
 }  // namespace
 
 RecipeOptions recipeOptions(const std::string& method, const py::kwargs& keywords,
-                            ImageBuffer (&sources)[2], NonFiniteMode& fixNan) {
+                            const ImageBuffer& image, SourceImages& sources,
+                            NonFiniteMode& fixNan) {
     RecipeOptions options = recipeDefaults(recipeNamed(method).recipe);
     const ImageBuffer** sourceFields[2] = {&options.source2, &options.source3};
+    const ImageBuffer** maskFields[2] = {&options.source2Mask, &options.source3Mask};
     fixNan = readKeywords("inpaint", keywords, recipeParameters(), options,
-                          {sourceKeywords[0], sourceKeywords[1]});
+                          {sourceKeywords[0], sourceKeywords[1], maskKeywords[0], maskKeywords[1]});
+    const auto given = [&](const char* keyword) {
+        return keywords.contains(keyword) && !keywords[keyword].is_none();
+    };
     for (int k = 0; k < 2; ++k) {
-        if (keywords.contains(sourceKeywords[k]) && !keywords[sourceKeywords[k]].is_none()) {
-            sources[k] = imageFromArray(keywords[sourceKeywords[k]], sourceKeywords[k]);
-            fixNonFinite(sources[k], fixNan, sourceKeywords[k]);
-            *sourceFields[k] = &sources[k];
+        if (given(sourceKeywords[k])) {
+            sources.images[k] = imageFromArray(keywords[sourceKeywords[k]], sourceKeywords[k]);
+            fixNonFinite(sources.images[k], fixNan, sourceKeywords[k]);
+            *sourceFields[k] = &sources.images[k];
+        }
+        if (given(maskKeywords[k])) {
+            sources.holes[k] = holeFromArray(keywords[maskKeywords[k]], maskKeywords[k], image);
+            *maskFields[k] = &sources.holes[k];
         }
     }
     return options;
@@ -46,8 +56,11 @@ std::string inpaintSignature() {
     for (const RecipeParameter& parameter : recipeParameters()) {
         text += ", " + keywordSignature(parameter, std::nullopt);
     }
-    for (const char* source : sourceKeywords) {
-        text += std::string(", ") + source + ": numpy.typing.ArrayLike | None = None";
+    for (const auto* keywordsOfSources : {sourceKeywords, maskKeywords}) {
+        for (int k = 0; k < 2; ++k) {
+            text +=
+                std::string(", ") + keywordsOfSources[k] + ": numpy.typing.ArrayLike | None = None";
+        }
     }
     return text + ", " + fixNanSignature() + ") -> numpy.ndarray";
 }
@@ -62,9 +75,14 @@ std::string describeRecipes() {
         text += keywordHelp(parameter, parameterDefaults(parameter));
     }
     return text +
-           "    source2, source3 (default: the image itself)\n"
-           "        weighted-elastica, multi-source, fallback: more images of the image's shape "
-           "to copy colours from, converted like it; their pixels in the hole donate nothing\n" +
+           "    source2, source3 (default: the image itself; patchmatch: none)\n"
+           "        weighted-elastica, multi-source, fallback, patchmatch: more images of the\n"
+           "        image's shape to copy colours from, converted like it; their pixels in\n"
+           "        their hole donate nothing\n"
+           "    source2_mask, source3_mask (default: mask)\n"
+           "        the holes of source2 and source3 (a neighbouring frame's own matte), read\n"
+           "        as mask: a source's pixels outside its hole donate, those behind the\n"
+           "        image's hole included\n" +
            fixNanHelp();
 }
 

@@ -37,10 +37,10 @@ py::array upscale(const py::object& image, const py::kwargs& keywords) {
 
 py::array inpaint(const py::object& image, const py::object& mask, const std::string& method,
                   const py::kwargs& keywords) {
-    ImageBuffer sources[2];
-    NonFiniteMode fixNan;
-    const RecipeOptions options = recipeOptions(method, keywords, sources, fixNan);
     ImageBuffer pixels = imageFromArray(image, "image");
+    SourceImages sources;
+    NonFiniteMode fixNan;
+    const RecipeOptions options = recipeOptions(method, keywords, pixels, sources, fixNan);
     fixNonFinite(pixels, fixNan, "image");
     const ImageBuffer hole = holeFromArray(mask, "mask", pixels);
     // Two channels are grey and alpha, four colour and alpha, as image files hold them.

@@ -64,7 +64,7 @@ def test_each_method_fills_the_hole_alone(method):
     mask[10:14, 9:15] = True
     image[mask, :3] = 0.0
     options = {"search_radius": 6, "patch_radius": 2}
-    if method in ("weighted-elastica", "multi-source", "fallback"):
+    if method in ("weighted-elastica", "multi-source", "fallback", "patchmatch"):
         options["source2"] = image[::-1].copy()
     result = quorblen.inpaint(image, mask, method, **options)
     known = np.broadcast_to(~mask[..., None], image.shape).copy()
@@ -72,6 +72,18 @@ def test_each_method_fills_the_hole_alone(method):
     assert np.array_equal(result[known].view(np.uint32), image[known].view(np.uint32))
     hole = result[mask, :3]
     assert np.all(np.isfinite(hole)) and hole.min() > 0.0
+
+
+@pytest.mark.parametrize("method", ["multi-source", "patchmatch"])
+def test_a_clean_plate_with_its_own_mask_fills_the_hole_exactly(method):
+    plate = np.random.default_rng(3).random((32, 32, 3), dtype=np.float32)
+    image, mask = plate.copy(), np.zeros((32, 32), dtype=bool)
+    mask[12:20, 10:18] = True
+    image[mask] = 1.0
+    clean = quorblen.inpaint(image, mask, method, source2=plate, source2_mask=np.zeros_like(mask))
+    assert np.array_equal(clean, plate)
+    # Under the image's mask the plate has nothing to give.
+    assert not np.allclose(quorblen.inpaint(image, mask, method, source2=plate), plate, atol=0.1)
 
 
 @pytest.mark.parametrize("layout", [
@@ -142,6 +154,10 @@ def truncated(path):
     (lambda d: quorblen.inpaint(IMAGE, MASK, lam="5"), TypeError, "lam"),
     (lambda d: quorblen.inpaint(IMAGE, MASK, "multi-source", source2=IMAGE[1:]), ValueError,
      "source2"),
+    (lambda d: quorblen.inpaint(IMAGE, MASK, source2=IMAGE, source2_mask=MASK[1:]), ValueError,
+     "source2_mask has the shape"),
+    (lambda d: quorblen.inpaint(IMAGE, MASK, source3_mask=MASK), ValueError,
+     "the mask of source3 is given without source3"),
     (lambda d: quorblen.read_raw(d / "missing.raw"), FileNotFoundError, "missing.raw"),
     (lambda d: quorblen.read_raw(d), IsADirectoryError, str(os.sep)),
     (lambda d: truncated(d / "cut.raw"), OSError, "not a whole raw image"),

@@ -81,8 +81,9 @@ TEST(FrameSequence, RunsFramesInOrderAndStopsOrSkipsAtAMissingOne) {
 }
 
 // A square moving 6 pixels a frame over fixed noise, a matte marking it: each frame filled from
-// the frames before and after it gets back the background wherever one of them shows it; the
-// first and last frames, whose neighbour is missing, run with the one they have.
+// the frames before and after it, by each method that takes sources, gets back the background
+// wherever one of them shows it; the first and last frames, whose neighbour is missing, run with
+// the one they have.
 TEST(FrameSequence, FillsAMovingObjectFromTheNeighbouringFrames) {
     ScratchDir dir;
     constexpr int Size = 10;
@@ -108,41 +109,46 @@ TEST(FrameSequence, FillsAMovingObjectFromTheNeighbouringFrames) {
             makeImage(64, 48, 1, [&](int x, int y, int) { return float(object(frame, x, y)); }),
             {"Y"}, "uint8");
     }
-    const ProgramRun run = runQuorblen(
-        {"inpaint", "shot.#.png", "clean.#.png", "--frames", "1-5", "--mask", "matte.#.png",
-         "--method", "multi-source", "--source2-offset", "-1", "--source3-offset", "1"},
-        dir.path());
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    std::string notes;  // the lines about left-out neighbours
-    std::istringstream lines(run.err);
-    for (std::string line; std::getline(lines, line);) {
-        notes += line.find("left out") != std::string::npos ? line + "\n" : "";
-    }
-    EXPECT_EQ(notes,
-              "--source2 left out at frame 1: shot.0000.png does not exist\n"
-              "--source3 left out at frame 5: shot.0006.png does not exist\n");
-    int checked = 0;
-    for (int frame = 1; frame <= 5; ++frame) {
-        const ImageBuffer clean =
-            readFileImage(dir.path() / frameFileName("clean.#.png", frame)).pixels;
-        for (int y = 0; y < 48; ++y) {
-            for (int x = 0; x < 64; ++x) {
-                // A patch is copied from a neighbour showing the pixel with its eight neighbours.
-                const bool shown = (frame > 1 && !object(frame - 1, x, y, 1)) ||
-                                   (frame < 5 && !object(frame + 1, x, y, 1));
-                if (!object(frame, x, y) || !shown) {
-                    continue;
-                }
-                ++checked;
-                for (int c = 0; c < 3; ++c) {
-                    EXPECT_LE(std::abs(at(clean, x, y, c) - at(background, x, y, c)), 1.5f / 255)
-                        << "frame " << frame << " (" << x << ", " << y << ")";
+    for (const std::string method : {"multi-source", "patchmatch"}) {
+        SCOPED_TRACE(method);
+        const ProgramRun run = runQuorblen(
+            {"inpaint", "shot.#.png", "clean.#.png", "--frames", "1-5", "--mask", "matte.#.png",
+             "--method", method, "--source2-offset", "-1", "--source3-offset", "1"},
+            dir.path());
+        ASSERT_EQ(run.exitCode, 0) << run.err;
+        std::string notes;  // the lines about left-out neighbours
+        std::istringstream lines(run.err);
+        for (std::string line; std::getline(lines, line);) {
+            notes += line.find("left out") != std::string::npos ? line + "\n" : "";
+        }
+        EXPECT_EQ(notes,
+                  "--source2 left out at frame 1: shot.0000.png does not exist\n"
+                  "--source3 left out at frame 5: shot.0006.png does not exist\n");
+        int checked = 0;
+        for (int frame = 1; frame <= 5; ++frame) {
+            const ImageBuffer clean =
+                readFileImage(dir.path() / frameFileName("clean.#.png", frame)).pixels;
+            for (int y = 0; y < 48; ++y) {
+                for (int x = 0; x < 64; ++x) {
+                    // A patch is copied from a neighbour showing the pixel with its eight
+                    // neighbours.
+                    const bool shown = (frame > 1 && !object(frame - 1, x, y, 1)) ||
+                                       (frame < 5 && !object(frame + 1, x, y, 1));
+                    if (!object(frame, x, y) || !shown) {
+                        continue;
+                    }
+                    ++checked;
+                    for (int c = 0; c < 3; ++c) {
+                        EXPECT_LE(std::abs(at(clean, x, y, c) - at(background, x, y, c)),
+                                  1.5f / 255)
+                            << "frame " << frame << " (" << x << ", " << y << ")";
+                    }
                 }
             }
         }
+        // Every hole pixel of the three middle frames; half of each of the others.
+        EXPECT_EQ(checked, 3 * Size * Size + Size * Size);
     }
-    // Every hole pixel of the three middle frames; half of each of the others.
-    EXPECT_EQ(checked, 3 * Size * Size + Size * Size);
 }
 
 }  // namespace

@@ -23,18 +23,26 @@ ImageBuffer squareHole(int width, int height, int x0, int y0, int side) {
 }
 
 TEST(PatchMatch, GivesTheSameBitsOnEveryThreadCount) {
-    // The cat's fur, with a hole cut by the crop's top edge.
+    // The cat's fur, with a hole cut by the crop's top edge, and the fur a little lower as a
+    // source with a hole of its own.
     const ImageBuffer photo = test::readFileImage(test::sourcePath("data/chelsea.png")).pixels;
-    const ImageBuffer fur = test::makeImage(
-        96, 80, 3, [&](int x, int y, int c) { return at(photo, 30 + x, 150 + y, c); });
+    const auto fur = [&](int dy) {
+        return test::makeImage(
+            96, 80, 3, [&](int x, int y, int c) { return at(photo, 30 + x, 150 + dy + y, c); });
+    };
+    const ImageBuffer image = fur(0);
     const ImageBuffer mask = squareHole(96, 80, 40, 0, 30);
+    const ImageBuffer source = fur(6);
+    const ImageBuffer sourceMask = squareHole(96, 80, 50, 10, 30);
     RecipeOptions options = recipeDefaults(InpaintRecipe::PatchMatch);
     options.rounds = 2;
+    options.source2 = &source;
+    options.source2Mask = &sourceMask;
     ImageBuffer first;
     for (int threads : {1, 2, 3}) {
         options.threads = threads;
         std::ostringstream log;
-        const ImageBuffer out = fillHole(fur, -1, mask, options, log);
+        const ImageBuffer out = fillHole(image, -1, mask, options, log);
         if (threads == 1) {
             first = out;
         } else {

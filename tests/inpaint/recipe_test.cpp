@@ -139,14 +139,14 @@ TEST(InpaintRecipe, RefusesBadInput) {
              o.source2 = &image;
              o.source2Mask = &shortMask;
          }),
-         "source2Mask is 48 x 30 but the image is 48 x 40"},
+         "the mask of source2 is 48 x 30 but the image is 48 x 40"},
         {image, holeMask(), with([&](RecipeOptions& o) { o.source3Mask = &fullMask; }),
-         "source3Mask is given without source3"},
+         "the mask of source3 is given without source3"},
         {image, holeMask(), with([&](RecipeOptions& o) {
              o.source2 = &image;
              o.source2Mask = &fullMask;
          }),
-         "source2Mask marks every pixel"},
+         "the mask of source2 marks every pixel"},
     };
     for (const auto& c : cases) {
         std::ostringstream log;
