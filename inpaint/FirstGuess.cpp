@@ -40,7 +40,9 @@ std::vector<std::size_t> nearestKnownPixels(const HoleFlags& hole, int width, in
             }
         }
     }
-    assert(!queue.empty());
+    // No known pixel beside the hole: then there is no hole (a source's clear mask).
+    assert(!queue.empty() ||
+           std::none_of(hole.begin(), hole.end(), [](auto flagged) { return bool(flagged); }));
     for (std::size_t head = 0; head < queue.size(); ++head) {
         const int x = int(queue[head] % std::size_t(width));
         const int y = int(queue[head] / std::size_t(width));
