@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -225,6 +226,21 @@ TEST(InpaintRecipe, ElasticaBacksOffWhenItDiverges) {
     EXPECT_NE(log.str().find("unstable after"), std::string::npos) << log.str();
     EXPECT_TRUE(progress.wellFormed());
     EXPECT_TRUE(std::isfinite(at(out, 40, 20, 0)));
+
+    // Each start begins from the first guess: the last one's result is that of a run given its
+    // time step and iterations from the outset.
+    int backOffs = 0;
+    for (auto at = log.str().find("unstable after"); at != std::string::npos;
+         at = log.str().find("unstable after", at + 1)) {
+        ++backOffs;
+    }
+    options.timeStep = std::ldexp(1.0, -backOffs);
+    options.iterations = 200 << backOffs;
+    options.progress = nullptr;
+    std::ostringstream directLog;
+    const ImageBuffer direct = fillHole(photoCrop(3), -1, holeMask(), options, directLog);
+    EXPECT_EQ(directLog.str().find("unstable after"), std::string::npos) << directLog.str();
+    EXPECT_EQ(0, std::memcmp(out.data, direct.data, sizeof(float) * 48 * 40 * 3));
 }
 
 }  // namespace
