@@ -158,6 +158,14 @@ TEST(InpaintRecipe, RefusesBadInput) {
             EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
         }
     }
+
+    // The in-place fill takes a flag per pixel, and a refused image stays as it was.
+    ImageBuffer inPlace = photoCrop(3);
+    std::ostringstream log;
+    EXPECT_THROW(
+        fillHoleInPlace(inPlace, -1, HoleFlags(48 * 30, 1), recipeDefaults(InpaintRecipe::TV), log),
+        std::invalid_argument);
+    EXPECT_EQ(0, std::memcmp(inPlace.data, image.data, sizeof(float) * 48 * 40 * 3));
 }
 
 TEST(InpaintRecipe, ASourceWithItsOwnMaskDonatesItsPixelsBehindTheHole) {
@@ -185,6 +193,27 @@ TEST(InpaintRecipe, ASourceWithItsOwnMaskDonatesItsPixelsBehindTheHole) {
                     << "sample " << i << " with" << (plateMask ? "" : "out") << " a plate mask";
             }
         }
+    }
+}
+
+TEST(InpaintRecipe, TheHolesOwnColoursNeverReachTheFill) {
+    // The hole meets the edges, where the padding repeats the pixels inside, first guesses
+    // included: colours painted under the hole change no recipe's result.
+    const ImageBuffer image = photoCrop(3);
+    const ImageBuffer mask = holeMask();
+    ImageBuffer painted(image);
+    for (int i = 0; i < 48 * 40 * 3; ++i) {
+        painted.data[i] = mask.data[i / 3] != 0.0f ? 1000.0f : painted.data[i];
+    }
+    for (const RecipeInfo& info : inpaintRecipes()) {
+        RecipeOptions options = recipeDefaults(info.recipe);
+        options.searchRadius = 6;
+        options.iterations = 50;
+        std::ostringstream log;
+        const ImageBuffer out = fillHole(image, -1, mask, options, log);
+        const ImageBuffer fromPainted = fillHole(painted, -1, mask, options, log);
+        EXPECT_EQ(0, std::memcmp(out.data, fromPainted.data, sizeof(float) * 48 * 40 * 3))
+            << info.name;
     }
 }
 
