@@ -34,9 +34,9 @@ struct RecipeJob {
     bool hasSource(int k) const { return (k == 0 ? options.source2 : options.source3) != nullptr; }
 
     /// The working image of extra source k (0: options.source2, 1: options.source3) cut as
-    /// the working image was, so that it lines up with it: the same region and padding, its alpha
-    /// and donor flag from the source's own mask (source2Mask, source3Mask) or, without one, from
-    /// the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
+    /// the image's was, so that it lines up with it: the same region and padding, its alpha
+    /// and donor flag from the source's own mask (source2Mask, source3Mask) or, without one,
+    /// from the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
     /// naming the source, when a sample it knows is not a finite number.
     /// Precondition: hasSource(k) (fillHole checked its mask).
     ImageBuffer cutSource(int k) const {

@@ -46,9 +46,10 @@ struct GuessSource {
 /// elsewhere, the donor flag as described above, and the colour of `image` at each pixel, or
 /// for a pixel that `guesses` lists, at its source. The colour is every plane but `alphaPlane`
 /// (-1: none) in order, the last one repeated when there are fewer than 3 (a grey image gives
-/// three equal planes). Pixels beyond the image repeat the colour of the nearest edge pixel
-/// and count as known but not as donors, so a hole touching the edge still lies inside the
-/// region with its margin. Guesses for pixels outside the region change nothing.
+/// three equal planes). Pixels beyond the image repeat the colour of the nearest edge pixel,
+/// its guess included, and count as known but not as donors, so a hole touching the edge
+/// still lies inside the region with its margin. Guesses for pixels outside the region change
+/// nothing.
 /// Precondition: `image` has 1 to 3 planes besides its alpha.
 ImageBuffer cropWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
                              const Region& region, const std::vector<GuessSource>& guesses);
