@@ -25,7 +25,7 @@ int patchMatchMargin(const RecipeOptions& options, const Region& holeBox, int wi
 }
 
 /// The fill over the image and the sources given, each with its own hole.
-ImageBuffer fillByPatchMatch(const RecipeJob& job) {
+void fillByPatchMatch(const RecipeJob& job, ImageBuffer& work) {
     const RecipeOptions& o = job.options;
     std::vector<ImageBuffer> sources;
     for (int k = 0; k < 2; ++k) {
@@ -33,7 +33,7 @@ ImageBuffer fillByPatchMatch(const RecipeJob& job) {
             sources.push_back(job.cutSource(k));
         }
     }
-    return quorblen::fillByPatchMatch(job.start, sources, job.colourChannels,
+    work = quorblen::fillByPatchMatch(work, sources, job.colourChannels,
                                       {o.levels, o.rounds, o.patchRadius, o.threads}, job.name,
                                       job.log);
 }
