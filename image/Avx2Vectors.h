@@ -16,6 +16,11 @@ namespace {
 /// AVX2 operations, and SseVectors' arithmetic on 128-bit vectors for lanes that keep floats
 /// in those.
 struct Avx2Vectors : SseVectors {
+    using Floats = __m256;
+    using Doubles = __m256d;
+    static constexpr int FloatLanes = 8;
+    static constexpr int DoubleLanes = 4;
+
     using SseVectors::add;
     using SseVectors::mul;
     using SseVectors::sub;

@@ -13,6 +13,11 @@ namespace {
 /// SSE2 operations. Each is the one instruction (or the fixed sequence) it names, so kernels
 /// written in them round as the scalar code they mirror.
 struct SseVectors {
+    using Floats = __m128;
+    using Doubles = __m128d;
+    static constexpr int FloatLanes = 4;
+    static constexpr int DoubleLanes = 2;
+
     static __m128 load(const float* p) { return _mm_loadu_ps(p); }
     static void store(float* p, __m128 v) { _mm_storeu_ps(p, v); }
     static void store(double* p, __m128d v) { _mm_storeu_pd(p, v); }

@@ -35,8 +35,6 @@ struct ScalarLanes {
 
 // Two candidates in the low lanes of the float vectors; the high lanes idle.
 struct SseLanes : SseVectors {
-    using Floats = __m128;
-    using Doubles = __m128d;
     static constexpr std::size_t count = 2;
 
     static Doubles widen(Floats v) { return widenLow(v); }

@@ -9,7 +9,6 @@ namespace {
 // Four candidates: floats in 128-bit vectors, doubles in 256-bit ones.
 struct Avx2Lanes : Avx2Vectors {
     using Floats = __m128;
-    using Doubles = __m256d;
     static constexpr std::size_t count = 4;
 
     using Avx2Vectors::set;

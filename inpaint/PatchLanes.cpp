@@ -14,13 +14,8 @@ namespace quorblen::detail {
 namespace {
 
 struct SseLanes : SseVectors {
-    using F = __m128;
-    using D = __m128d;
-    static constexpr int FloatLanes = 4;
-    static constexpr int DoubleLanes = 2;
-
     /// Two flags of 0 or -1, each repeated to fill its lane's 64 bits.
-    static D loadMask(const std::int32_t* p) {
+    static Doubles loadMask(const std::int32_t* p) {
         const __m128i flags = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
         return _mm_castsi128_pd(_mm_unpacklo_epi32(flags, flags));
     }

@@ -7,13 +7,8 @@ namespace quorblen::detail {
 namespace {
 
 struct Avx2Lanes : Avx2Vectors {
-    using F = __m256;
-    using D = __m256d;
-    static constexpr int FloatLanes = 8;
-    static constexpr int DoubleLanes = 4;
-
     /// Four flags of 0 or -1, widened to the lanes' 64 bits.
-    static D loadMask(const std::int32_t* p) {
+    static Doubles loadMask(const std::int32_t* p) {
         const __m128i flags = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
         return _mm256_castsi256_pd(_mm256_cvtepi32_epi64(flags));
     }

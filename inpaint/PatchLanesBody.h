@@ -22,10 +22,10 @@ struct BlockLanes {
     static constexpr int FloatVectors = LaneBlock / V::FloatLanes;
     static constexpr int DoubleVectors = LaneBlock / V::DoubleLanes;
     struct Floats {
-        typename V::F v[FloatVectors];
+        typename V::Floats v[FloatVectors];
     };
     struct Doubles {
-        typename V::D v[DoubleVectors];
+        typename V::Doubles v[DoubleVectors];
     };
     using Mask = Doubles;
 

@@ -4,14 +4,7 @@
 #include "inpaint/SweepKernelsBody.h"
 
 namespace quorblen::detail {
-namespace {
 
-struct Avx2Lanes : Avx2Vectors {
-    using Doubles = __m256d;
-};
-
-}  // namespace
-
-constinit const SweepKernels avx2SweepKernels = sweepKernelsFor<Avx2Lanes>();
+constinit const SweepKernels avx2SweepKernels = sweepKernelsFor<Avx2Vectors>();
 
 }  // namespace quorblen::detail

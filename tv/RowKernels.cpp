@@ -8,10 +8,6 @@ namespace quorblen::detail {
 namespace {
 
 struct SseLanes : SseVectors {
-    using Floats = __m128;
-    using Doubles = __m128d;
-    static constexpr int count = 4;
-
     static Floats swapPairs(Floats v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(2, 3, 0, 1)); }
     static Floats evenToPairs(Floats v) { return _mm_shuffle_ps(v, v, _MM_SHUFFLE(2, 2, 0, 0)); }
     static Floats pairs(const float* p, int step) {

@@ -7,10 +7,6 @@ namespace quorblen::detail {
 namespace {
 
 struct Avx2Lanes : Avx2Vectors {
-    using Floats = __m256;
-    using Doubles = __m256d;
-    static constexpr int count = 8;
-
     static Floats swapPairs(Floats v) { return _mm256_permute_ps(v, _MM_SHUFFLE(2, 3, 0, 1)); }
     static Floats evenToPairs(Floats v) { return _mm256_permute_ps(v, _MM_SHUFFLE(2, 2, 0, 0)); }
     static Floats pairs(const float* p, int step) {
