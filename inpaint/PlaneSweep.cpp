@@ -1,4 +1,4 @@
-// Iterations of the list-based diffusion steps over planes of the pixels they read, on a pool
+// Iterations of the list-based diffusion steps over planes of the pixels they read, on a team
 // of threads with vector kernels.
 #include "inpaint/PlaneSweep.h"
 
@@ -24,7 +24,7 @@ PlaneSweep::PlaneSweep(const SweepKernels& kernels, const PixelList& pixels, con
       m_groups(laneGroups(pixels, work.width)),
       m_band(method == Elastica ? laneGroups(band, work.width) : std::vector<LaneGroup>()),
       m_rows(rowSpans()),
-      m_pool(threads),
+      m_team(threads),
       m_parts(partRows(threads)),
       m_largest(std::size_t(threads)) {
     assert(method == DigitalTV || method == Elastica);
@@ -190,7 +190,7 @@ double PlaneSweep::iterate(double timeStep, bool writeWork) {
     };
     // Every part reads only the last iteration's planes and its own fields, and writes its own
     // rows' pixels; the largest change is a maximum, the same in any order.
-    m_pool.run(int(m_largest.size()), [&](int part) {
+    m_team.run([&](int part) {
         double largest = 0.0;
         for (int c = 0; c < m_colourChannels; ++c) {
             if (m_method == Elastica) {

@@ -1,4 +1,4 @@
-// Iterations of the list-based diffusion steps over planes of the pixels they read, on a pool
+// Iterations of the list-based diffusion steps over planes of the pixels they read, on a team
 // of threads with vector kernels; not part of the library's interface.
 #pragma once
 
@@ -9,7 +9,7 @@
 #include "image/ImageBuffer.h"
 #include "inpaint/PixelList.h"
 #include "inpaint/SweepKernels.h"
-#include "inpaint/WorkerPool.h"
+#include "inpaint/ThreadTeam.h"
 
 namespace quorblen::detail {
 
@@ -73,8 +73,8 @@ private:
     std::vector<float> m_selfWeights;  // DigitalTV: lambda * (1 - alpha) per lane, as float
     std::vector<Plane> m_values[2];    // per channel: the last iteration's, and the next one's
     int m_current = 0;                 // which of m_values holds the last iteration's
-    WorkerPool m_pool;
-    std::vector<std::size_t> m_parts;  // the rows of each part, one part per thread
+    ThreadTeam m_team;
+    std::vector<std::size_t> m_parts;  // the rows of each part of the team
     std::vector<Plane> m_fields;       // Elastica: G, K and KG of each part
     std::vector<double> m_largest;     // per part
 };

@@ -24,7 +24,7 @@ int threadsFor(int threads, std::size_t items, std::size_t least);
 /// the caller never waits for a worker that has not joined (on a busy machine a sleeping
 /// worker may not run for milliseconds). A job therefore shares its work out as it goes,
 /// every call taking parts from a common queue until none are left; run(count, task) does so
-/// for coarser work too (a diffusion iteration's parts, a patch search's rows and tiles).
+/// for coarser work too (a patch search's rows and tiles).
 class WorkerPool {
 public:
     /// A pool of `threads` threads in all; 0 means one per core.
