@@ -17,6 +17,7 @@ foreach(dir host image tv node inpaint)
             PATTERN "PassState.h" EXCLUDE PATTERN "FillOrder.h" EXCLUDE
             PATTERN "RecipeRunner.h" EXCLUDE PATTERN "PlaneSweep.h" EXCLUDE
             PATTERN "SweepKernels*.h" EXCLUDE PATTERN "ThreadTeam.h" EXCLUDE
+            PATTERN "SseVectors.h" EXCLUDE PATTERN "Avx2Vectors.h" EXCLUDE
             PATTERN "RowKernels*.h" EXCLUDE PATTERN "TvSweep.h" EXCLUDE
             PATTERN "OiioSupport.h" EXCLUDE PATTERN "OutputFileProxy.h" EXCLUDE
             PATTERN "ExrZipStream.h" EXCLUDE PATTERN "FileWriting.h" EXCLUDE PATTERN "SampleMemory.h" EXCLUDE)

@@ -2,11 +2,10 @@
 // share, and the choice of scorers at run time.
 #include "inpaint/CandidateEnergy.h"
 
-#include <emmintrin.h>
-
 #include <cassert>
 #include <cmath>
 
+#include "image/SseVectors.h"
 #include "inpaint/CandidateEnergyBody.h"
 #include "tv/RowKernels.h"
 
@@ -35,27 +34,13 @@ struct ScalarLanes {
 };
 
 // Two candidates in the low lanes of the float vectors; the high lanes idle.
-struct SseLanes {
-    using Floats = __m128;
-    using Doubles = __m128d;
+struct SseLanes : SseVectors {
     static constexpr std::size_t count = 2;
 
-    static Floats set(float value) { return _mm_set1_ps(value); }
-    static Doubles set(double value) { return _mm_set1_pd(value); }
-    static Floats add(Floats a, Floats b) { return _mm_add_ps(a, b); }
-    static Doubles add(Doubles a, Doubles b) { return _mm_add_pd(a, b); }
-    static Floats sub(Floats a, Floats b) { return _mm_sub_ps(a, b); }
-    static Doubles sub(Doubles a, Doubles b) { return _mm_sub_pd(a, b); }
-    static Floats mul(Floats a, Floats b) { return _mm_mul_ps(a, b); }
-    static Doubles mul(Doubles a, Doubles b) { return _mm_mul_pd(a, b); }
-    static Doubles div(Doubles a, Doubles b) { return _mm_div_pd(a, b); }
-    static Doubles sqrt(Doubles v) { return _mm_sqrt_pd(v); }
-    static Doubles widen(Floats v) { return _mm_cvtps_pd(v); }
-    static Floats narrow(Doubles v) { return _mm_cvtpd_ps(v); }
+    static Doubles widen(Floats v) { return widenLow(v); }
     static Floats colour(const float* colours, int c) {
         return _mm_setr_ps(colours[c], colours[3 + c], 0.0f, 0.0f);
     }
-    static void store(double* out, Doubles v) { _mm_storeu_pd(out, v); }
 };
 
 /// The constant part of stencilGradientMagnitude of channel c at stencil point s around

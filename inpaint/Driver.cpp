@@ -13,7 +13,7 @@
 
 #include "inpaint/Measures.h"
 #include "inpaint/PlaneSweep.h"
-#include "inpaint/ThreadTeam.h"
+#include "inpaint/WorkerPool.h"
 #include "tv/Offsets.h"
 #include "tv/TvUpscale.h"
 

@@ -1,21 +1,16 @@
 // The patch comparison on eight-lane AVX2 vectors. Built with -mavx2 alone: no FMA, so every
 // square and sum rounds as in the SSE version.
-#include <immintrin.h>
-
+#include "image/Avx2Vectors.h"
 #include "inpaint/PatchCost.h"
 
 namespace quorblen::detail {
 namespace {
 
-__m256 squaredDifference(const float* t, const float* s) {
-    const __m256 d = _mm256_sub_ps(_mm256_loadu_ps(t), _mm256_loadu_ps(s));
-    return _mm256_mul_ps(d, d);
-}
+using V = Avx2Vectors;
 
-float total(__m256 lanes) {
-    const __m128 h = _mm_add_ps(_mm256_castps256_ps128(lanes), _mm256_extractf128_ps(lanes, 1));
-    const __m128 pairs = _mm_add_ps(h, _mm_movehl_ps(h, h));
-    return _mm_cvtss_f32(_mm_add_ss(pairs, _mm_shuffle_ps(pairs, pairs, 1)));
+__m256 squaredDifference(const float* t, const float* s) {
+    const __m256 d = V::sub(V::load(t), V::load(s));
+    return V::mul(d, d);
 }
 
 }  // namespace
@@ -30,12 +25,12 @@ float patchCostAvx2(const float* t, const float* s, std::ptrdiff_t step, int row
     for (int row = 0; row < rows; ++row, t += step, s += step) {
         int i = 0;
         for (; i < whole; i += 8) {
-            lanes = _mm256_add_ps(lanes, squaredDifference(t + i, s + i));
+            lanes = V::add(lanes, squaredDifference(t + i, s + i));
         }
         if (i < n) {
-            lanes = _mm256_add_ps(lanes, _mm256_and_ps(squaredDifference(t + i, s + i), tail));
+            lanes = V::add(lanes, V::both(squaredDifference(t + i, s + i), tail));
         }
-        sum = total(lanes);
+        sum = V::sum(lanes);
         if (sum > bound) {
             break;
         }

@@ -2,11 +2,10 @@
 // time.
 #include "inpaint/PatchLanes.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cassert>
 
+#include "image/SseVectors.h"
 #include "inpaint/FillPixels.h"
 #include "inpaint/PatchLanesBody.h"
 #include "tv/RowKernels.h"
@@ -14,31 +13,9 @@
 namespace quorblen::detail {
 namespace {
 
-struct SseVectors {
-    using F = __m128;
-    using D = __m128d;
-    static constexpr int FloatLanes = 4;
-    static constexpr int DoubleLanes = 2;
-
-    static F load(const float* p) { return _mm_loadu_ps(p); }
-    static F set(float value) { return _mm_set1_ps(value); }
-    static F subF(F a, F b) { return _mm_sub_ps(a, b); }
-    static F mulF(F a, F b) { return _mm_mul_ps(a, b); }
-    static D widenLow(F v) { return _mm_cvtps_pd(v); }
-    static D widenHigh(F v) { return _mm_cvtps_pd(_mm_movehl_ps(v, v)); }
-
-    static D set(double value) { return _mm_set1_pd(value); }
-    static D add(D a, D b) { return _mm_add_pd(a, b); }
-    static D mul(D a, D b) { return _mm_mul_pd(a, b); }
-    static D div(D a, D b) { return _mm_div_pd(a, b); }
-    static D andNot(D a, D b) { return _mm_andnot_pd(a, b); }
-    static D both(D a, D b) { return _mm_and_pd(a, b); }
-    static void store(double* p, D v) { _mm_storeu_pd(p, v); }
-    static unsigned signs(D v) { return unsigned(_mm_movemask_pd(v)); }
-    static D greater(D a, D b) { return _mm_cmpgt_pd(a, b); }
-    static D atMost(D a, D b) { return _mm_cmple_pd(a, b); }
+struct SseLanes : SseVectors {
     /// Two flags of 0 or -1, each repeated to fill its lane's 64 bits.
-    static D loadMask(const std::int32_t* p) {
+    static Doubles loadMask(const std::int32_t* p) {
         const __m128i flags = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
         return _mm_castsi128_pd(_mm_unpacklo_epi32(flags, flags));
     }
@@ -53,7 +30,7 @@ constexpr std::size_t PlanePadding = LaneBlock;
 
 }  // namespace
 
-constinit const PatchLaneKernels ssePatchLanes{scoreBlockWith<SseVectors>};
+constinit const PatchLaneKernels ssePatchLanes{scoreBlockWith<SseLanes>};
 
 const PatchLaneKernels& fastestPatchLanes() {
     static const PatchLaneKernels& fastest = avx2Available() ? avx2PatchLanes : ssePatchLanes;

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <type_traits>
+#include <utility>
 
 #include "inpaint/PatchLanes.h"
 
@@ -20,15 +22,21 @@ struct BlockLanes {
     static constexpr int FloatVectors = LaneBlock / V::FloatLanes;
     static constexpr int DoubleVectors = LaneBlock / V::DoubleLanes;
     struct Floats {
-        typename V::F v[FloatVectors];
+        typename V::Floats v[FloatVectors];
     };
     struct Doubles {
-        typename V::D v[DoubleVectors];
+        typename V::Doubles v[DoubleVectors];
     };
     using Mask = Doubles;
 
-    template <class R, class Op, class... A>
-    static R each(Op op, const A&... a) {
+    /// The vectors a block's lanes R are made of.
+    template <class R>
+    using VectorOf = std::remove_reference_t<decltype(std::declval<R&>().v[0])>;
+
+    /// op on the vectors of a..., one after the other. op names one of V's overloads: the one
+    /// that takes and gives the vectors of the lanes at hand.
+    template <class R, class... A>
+    static R each(VectorOf<R> (*op)(VectorOf<A>...), const A&... a) {
         R r;
         for (std::size_t i = 0; i < std::size(r.v); ++i) {
             r.v[i] = op(a.v[i]...);
@@ -50,8 +58,8 @@ struct BlockLanes {
     static Floats set(float value) {
         return fill<Floats>([value](std::size_t) { return V::set(value); });
     }
-    static Floats sub(Floats a, Floats b) { return each<Floats>(V::subF, a, b); }
-    static Floats mul(Floats a, Floats b) { return each<Floats>(V::mulF, a, b); }
+    static Floats sub(Floats a, Floats b) { return each<Floats>(V::sub, a, b); }
+    static Floats mul(Floats a, Floats b) { return each<Floats>(V::mul, a, b); }
     static Doubles widen(Floats f) {
         return fill<Doubles>([&f](std::size_t i) {
             return i % 2 == 0 ? V::widenLow(f.v[i / 2]) : V::widenHigh(f.v[i / 2]);

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "inpaint/PatchSearch.h"
-#include "inpaint/Tasks.h"
+#include "inpaint/WorkerPool.h"
 #include "inpaint/WorkingImage.h"
 
 namespace quorblen {
@@ -220,7 +220,7 @@ std::vector<double> matchWeights(const PatchLevel& level, const MatchField& fiel
 /// from its match's image: their weighted mean, or with `sharp` those of the match of largest
 /// weight (the first in row order on a tie). Reads known pixels only, so the rows are
 /// independent.
-void vote(LevelImages& images, const MatchField& field, int threads, bool sharp) {
+void vote(LevelImages& images, const MatchField& field, detail::WorkerPool& pool, bool sharp) {
     PatchLevel& level = images.front();
     const std::vector<double> weights = matchWeights(level, field);
     const int r = level.radius;
@@ -236,7 +236,7 @@ void vote(LevelImages& images, const MatchField& field, int threads, bool sharp)
             matched[i] = images[std::size_t(field[i].source)].at(field[i].x, field[i].y);
         }
     }
-    detail::runTasks(level.height, threads, [&](int y) {
+    pool.run(level.height, [&](int y) {
         for (int x = 0; x < level.width; ++x) {
             const std::size_t i = level.index(x, y);
             if (!level.hole[i]) {
@@ -341,6 +341,7 @@ ImageBuffer fillByPatchMatch(const ImageBuffer& work, std::span<const ImageBuffe
     }
     std::vector<LevelImages> levels = pyramid(std::move(full), settings);
     MatchField field;
+    detail::WorkerPool pool(settings.threads);
     for (std::size_t k = levels.size(); k-- > 0;) {
         PatchLevel& level = levels[k].front();
         const PatchLevel* coarser = k + 1 < levels.size() ? &levels[k + 1].front() : nullptr;
@@ -349,9 +350,8 @@ ImageBuffer fillByPatchMatch(const ImageBuffer& work, std::span<const ImageBuffe
         }
         field = detail::initialField(levels[k], coarser, field, seedOf(k, -1));
         for (int round = 0; round < settings.rounds; ++round) {
-            detail::improveField(levels[k], field, SweepsPerRound, seedOf(k, round),
-                                 settings.threads);
-            vote(levels[k], field, settings.threads, k < SharpLevels);
+            detail::improveField(levels[k], field, SweepsPerRound, seedOf(k, round), pool);
+            vote(levels[k], field, pool, k < SharpLevels);
         }
         log << name << ": level " << levels.size() - k << " of " << levels.size() << ", "
             << level.width << " x " << level.height << ", " << holePixels(level)

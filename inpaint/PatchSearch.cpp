@@ -6,7 +6,6 @@
 #include <cmath>
 
 #include "inpaint/PatchCost.h"
-#include "inpaint/Tasks.h"
 #include "tv/Offsets.h"
 
 namespace quorblen::detail {
@@ -266,10 +265,10 @@ MatchField initialField(PatchImages images, const PatchLevel* coarser, const Mat
 }
 
 void improveField(PatchImages images, MatchField& field, int sweeps, std::uint64_t seed,
-                  int threads) {
+                  WorkerPool& pool) {
     const PatchLevel& level = images.front();
     const Scorer score(images);
-    runTasks(level.height, threads, [&](int y) {
+    pool.run(level.height, [&](int y) {
         for (int x = 0; x < level.width; ++x) {
             PatchMatchEntry& e = field[level.index(x, y)];
             if (level.target[level.index(x, y)]) {
@@ -287,7 +286,7 @@ void improveField(PatchImages images, MatchField& field, int sweeps, std::uint64
         before = field;
         const TileSweep tile{
             level, score, field, before, mix(seed + std::uint64_t(sweep) + 1), sweep % 2 == 0};
-        runTasks(tilesX * tilesY, threads,
+        pool.run(tilesX * tilesY,
                  [&](int t) { tile(t % tilesX * TileSize, t / tilesX * TileSize); });
     }
 }

@@ -7,6 +7,8 @@
 #include <span>
 #include <vector>
 
+#include "inpaint/WorkerPool.h"
+
 namespace quorblen::detail {
 
 /// One level of the fill's pyramid: colours (`channels` floats per pixel, row by row, with
@@ -82,10 +84,10 @@ MatchField initialField(PatchImages images, const PatchLevel* coarser, const Mat
 /// closer (a locked-off shot's neighbouring frame shows the background there), then runs
 /// `sweeps` sweeps of propagation from the neighbours and random search over the whole level
 /// (in the image of the best match so far), alternately forward and backward. Targets are
-/// treated in fixed tiles, each on one thread (up to `threads`); a tile sees its own targets'
-/// new matches and the others' from before the sweep, so the result depends on `seed` but not
-/// on the thread count.
+/// treated in fixed tiles, each on one of the pool's threads; a tile sees its own targets' new
+/// matches and the others' from before the sweep, so the result depends on `seed` but not on
+/// the thread count.
 void improveField(PatchImages images, MatchField& field, int sweeps, std::uint64_t seed,
-                  int threads);
+                  WorkerPool& pool);
 
 }  // namespace quorblen::detail

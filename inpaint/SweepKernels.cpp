@@ -2,10 +2,9 @@
 // lane groups of a pixel list.
 #include "inpaint/SweepKernels.h"
 
-#include <emmintrin.h>
-
 #include <algorithm>
 
+#include "image/SseVectors.h"
 #include "inpaint/SweepKernelsBody.h"
 #include "tv/RowKernels.h"
 
@@ -14,40 +13,33 @@ namespace {
 
 /// Four double lanes as two SSE2 pairs: lanes 0 and 1 low, 2 and 3 high.
 struct SseLanes {
+    using V = SseVectors;
     struct Doubles {
         __m128d low;
         __m128d high;
     };
 
-    static Doubles set(double value) { return {_mm_set1_pd(value), _mm_set1_pd(value)}; }
+    static Doubles set(double value) { return {V::set(value), V::set(value)}; }
     static Doubles add(Doubles a, Doubles b) {
-        return {_mm_add_pd(a.low, b.low), _mm_add_pd(a.high, b.high)};
+        return {V::add(a.low, b.low), V::add(a.high, b.high)};
     }
     static Doubles sub(Doubles a, Doubles b) {
-        return {_mm_sub_pd(a.low, b.low), _mm_sub_pd(a.high, b.high)};
+        return {V::sub(a.low, b.low), V::sub(a.high, b.high)};
     }
     static Doubles mul(Doubles a, Doubles b) {
-        return {_mm_mul_pd(a.low, b.low), _mm_mul_pd(a.high, b.high)};
+        return {V::mul(a.low, b.low), V::mul(a.high, b.high)};
     }
     static Doubles div(Doubles a, Doubles b) {
-        return {_mm_div_pd(a.low, b.low), _mm_div_pd(a.high, b.high)};
+        return {V::div(a.low, b.low), V::div(a.high, b.high)};
     }
     static Doubles max(Doubles x, Doubles m) {
-        return {_mm_max_pd(x.low, m.low), _mm_max_pd(x.high, m.high)};
+        return {V::max(x.low, m.low), V::max(x.high, m.high)};
     }
-    static Doubles sqrt(Doubles a) { return {_mm_sqrt_pd(a.low), _mm_sqrt_pd(a.high)}; }
-    static Doubles abs(Doubles a) {
-        const __m128d sign = _mm_set1_pd(-0.0);
-        return {_mm_andnot_pd(sign, a.low), _mm_andnot_pd(sign, a.high)};
-    }
-    static Doubles widen(__m128 v) { return {_mm_cvtps_pd(v), _mm_cvtps_pd(_mm_movehl_ps(v, v))}; }
-    static __m128 narrow(Doubles v) {
-        return _mm_movelh_ps(_mm_cvtpd_ps(v.low), _mm_cvtpd_ps(v.high));
-    }
-    static double largest(Doubles v) {
-        const __m128d pair = _mm_max_pd(v.low, v.high);
-        return _mm_cvtsd_f64(_mm_max_sd(pair, _mm_unpackhi_pd(pair, pair)));
-    }
+    static Doubles sqrt(Doubles a) { return {V::sqrt(a.low), V::sqrt(a.high)}; }
+    static Doubles abs(Doubles a) { return {V::abs(a.low), V::abs(a.high)}; }
+    static Doubles widen(__m128 v) { return {V::widenLow(v), V::widenHigh(v)}; }
+    static __m128 narrow(Doubles v) { return V::narrow(v.low, v.high); }
+    static double largest(Doubles v) { return V::largest(V::max(v.low, v.high)); }
 };
 
 /// Appends the groups of one run of neighbours in a row, given from its right end `x` leftwards

@@ -1,7 +1,6 @@
 // Threads that run the parts of one job together.
 #include "inpaint/ThreadTeam.h"
 
-#include <algorithm>
 #include <cassert>
 
 namespace quorblen::detail {
@@ -51,12 +50,6 @@ void ThreadTeam::run(const std::function<void(int)>& job) {
     m_barrier.arrive_and_wait();
     job(0);
     m_barrier.arrive_and_wait();
-}
-
-int threadsFor(int threads, std::size_t items, std::size_t least) {
-    const std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
-    const std::size_t wanted = threads > 0 ? std::size_t(threads) : cores;
-    return int(std::max<std::size_t>(1, std::min(wanted, items / std::max<std::size_t>(least, 1))));
 }
 
 }  // namespace quorblen::detail

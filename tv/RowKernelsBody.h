@@ -11,7 +11,7 @@
 namespace quorblen::detail {
 namespace {
 
-// `Lanes` supplies the vector types Floats and Doubles (half as many lanes), `count` (lanes
+// `Lanes` supplies the vector types Floats and Doubles (half as many lanes), FloatLanes (lanes
 // per Floats) and the operations: load, store and set; add, sub, mul, div, rcp and sqrt;
 // widenLow and widenHigh (the two halves of a Floats as Doubles) and narrow (back to one
 // Floats, rounded to float); on lane pairs (2i, 2i + 1), swapPairs, evenToPairs (lane 2i
@@ -21,7 +21,7 @@ template <class Lanes>
 void gradientRow(const float* up, const float* row, const float* down, int width,
                  double epsilonSquared, float* g) {
     const typename Lanes::Doubles eps2 = Lanes::set(epsilonSquared);
-    for (int x = 0; x < width; x += Lanes::count) {
+    for (int x = 0; x < width; x += Lanes::FloatLanes) {
         const typename Lanes::Floats centre = Lanes::load(row + x);
         const typename Lanes::Floats right = Lanes::load(row + x + 1);
         const typename Lanes::Floats below = Lanes::load(down + x);
@@ -51,7 +51,7 @@ void smoothRow(const float* gUp, const float* g, const float* gDown, const float
     using Floats = typename Lanes::Floats;
     const Floats one = Lanes::set(1.0f);
     const Floats lam = Lanes::set(lambda);
-    for (int x = 1; x < width - 1; x += Lanes::count) {
+    for (int x = 1; x < width - 1; x += Lanes::FloatLanes) {
         const Floats r = Lanes::div(one, Lanes::load(g + x));
         // Neighbours n0 = up, n1 = down, n2 = left, n3 = right; the neighbour terms use the
         // approximate reciprocal without a refinement step.
@@ -79,9 +79,9 @@ void blockTargetRow(const float* reference, int referenceStep, const float* top,
     using Floats = typename Lanes::Floats;
     const Floats four = Lanes::set(4.0f);
     int X = 0;
-    // Whole vectors of count / 2 blocks: the even lanes hold each block's value in the
+    // Whole vectors of FloatLanes / 2 blocks: the even lanes hold each block's value in the
     // order the formula gives (the odd lanes subtract in another), and both get it.
-    for (; 2 * X + Lanes::count <= 2 * blocks; X += Lanes::count / 2) {
+    for (; 2 * X + Lanes::FloatLanes <= 2 * blocks; X += Lanes::FloatLanes / 2) {
         const int x = 2 * X;
         const Floats a =
             Lanes::pairs(reference + static_cast<std::ptrdiff_t>(X) * referenceStep, referenceStep);
@@ -107,9 +107,9 @@ void projectBlockRow(const float* v0, const float* v1, const float* reference, i
     using Floats = typename Lanes::Floats;
     const Floats quarter = Lanes::set(0.25f);
     int X = 0;
-    // Whole vectors of count / 2 blocks: each lane adds its column's two quarters, then the
+    // Whole vectors of FloatLanes / 2 blocks: each lane adds its column's two quarters, then the
     // two columns' sums, in either order, as addition commutes.
-    for (; 2 * X + Lanes::count <= 2 * blocks; X += Lanes::count / 2) {
+    for (; 2 * X + Lanes::FloatLanes <= 2 * blocks; X += Lanes::FloatLanes / 2) {
         const int x = 2 * X;
         const Floats top = Lanes::load(v0 + x);
         const Floats bottom = Lanes::load(v1 + x);
