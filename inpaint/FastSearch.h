@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -119,6 +120,20 @@ public:
     const std::uint8_t* column(int x) const {
         return m_flags.data() + std::ptrdiff_t(x) * m_height;
     }
+    /// The flags of rows y .. min(y + LaneBlock - 1, last) of column x as the bits of a lane
+    /// mask (bit k for row y + k), for y < height.
+    unsigned lanes(int x, int y, int last) const {
+        static_assert(LaneBlock == 8, "one flag a byte of a 64-bit word");
+        std::uint64_t word;
+        std::memcpy(&word, column(x) + y, sizeof word);
+        if constexpr (std::endian::native == std::endian::big) {
+            word = __builtin_bswap64(word);
+        }
+        // Flag k (0 or 1, at bit 8k) lands at bit 56 + k; every other product falls on a bit
+        // of its own elsewhere, so nothing carries.
+        const unsigned bits = unsigned((word * 0x0102040810204080u) >> 56);
+        return last - y >= LaneBlock - 1 ? bits : bits & ((1u << (last - y + 1)) - 1);
+    }
     bool any() const { return m_any; }
 
 private:
@@ -221,14 +236,12 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
         while (first <= window.y1 && !flags[first]) {
             ++first;
         }
-        unsigned live = 0;
-        for (int k = 0; k < LaneBlock && first + k <= window.y1; ++k) {
-            live |= unsigned(flags[first + k]) << k;
-        }
+        const unsigned live =
+            first <= window.y1 ? source.candidates->lanes(seed.x, first, window.y1) : 0;
         if (live != 0) {
             double scores[LaneBlock];
             search.kernels.scoreBlock(target, *source.planes, source.planes->at(seed.x, first),
-                                      live, Unbounded, patchWeight, scores);
+                                      live, Unbounded, scores);
             for (int k = 0; k < LaneBlock; ++k) {
                 if (live >> k & 1u) {
                     shared.lower(total(0, scores[k], seed.x, first + k, seed.source, Unbounded));
@@ -236,6 +249,11 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
             }
         }
     }
+    // Per worker, the kept sum of its last bound, on cache lines of their own.
+    struct alignas(64) Kept {
+        KeptSum sum;
+    };
+    std::vector<Kept> kept(std::size_t(search.pool.size()), Kept{KeptSum(target, patchWeight)});
     return searchColumns(
         search.pool, window, x, y, sourceCount, start,
         [&](int worker, int cx, int s, RankedChoice& best) {
@@ -243,20 +261,17 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
             if (source.planes == nullptr) {
                 return;
             }
-            const std::uint8_t* flags = source.candidates->column(cx);
             double scores[LaneBlock];
             for (int cy = window.y0; cy <= window.y1;) {
-                if (!flags[cy]) {
-                    ++cy;
+                // Blocks start at a candidate: skip to the next one.
+                const unsigned live = source.candidates->lanes(cx, cy, window.y1);
+                if (!(live & 1u)) {
+                    cy += live == 0 ? LaneBlock : std::countr_zero(live);
                     continue;
-                }
-                unsigned live = 0;
-                for (int k = 0; k < LaneBlock && cy + k <= window.y1; ++k) {
-                    live |= unsigned(flags[cy + k]) << k;
                 }
                 const double bound = boundNow();
                 search.kernels.scoreBlock(target, *source.planes, source.planes->at(cx, cy), live,
-                                          bound, patchWeight, scores);
+                                          kept[std::size_t(worker)].sum(bound), scores);
                 for (int k = 0; k < LaneBlock; ++k) {
                     if (!(live >> k & 1u) || std::isnan(scores[k])) {
                         continue;

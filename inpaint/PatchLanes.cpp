@@ -5,7 +5,11 @@
 #include <emmintrin.h>
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
+#include <cmath>
+#include <cstdint>
+#include <limits>
 
 #include "inpaint/FillPixels.h"
 #include "inpaint/PatchLanesBody.h"
@@ -22,7 +26,15 @@ struct SseVectors {
 
     static F load(const float* p) { return _mm_loadu_ps(p); }
     static F set(float value) { return _mm_set1_ps(value); }
+    static F addF(F a, F b) { return _mm_add_ps(a, b); }
     static F subF(F a, F b) { return _mm_sub_ps(a, b); }
+    static F bothF(F a, F b) { return _mm_and_ps(a, b); }
+    static F greaterF(F a, F b) { return _mm_cmpgt_ps(a, b); }
+    static unsigned signsF(F v) { return unsigned(_mm_movemask_ps(v)); }
+    /// Four flags of 0 or -1 as the bits of four floats.
+    static F flagsAsFloats(const std::int32_t* p) {
+        return _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
     static F mulF(F a, F b) { return _mm_mul_ps(a, b); }
     static D widenLow(F v) { return _mm_cvtps_pd(v); }
     static D widenHigh(F v) { return _mm_cvtps_pd(_mm_movehl_ps(v, v)); }
@@ -130,6 +142,41 @@ void PatchPlanes::refresh(const ImageBuffer& image, int x, int y) {
     }
 }
 
+double keptSum(const PatchTarget& target, double bound, double patchWeight) {
+    constexpr double Infinite = std::numeric_limits<double>::infinity();
+    const double full = target.fullWeightSum;
+    // The kernels' old test. With full > 0.0 and patchWeight > 0.0 it is monotone in s, as
+    // rounding to nearest is: once it holds for a sum it holds for every larger one.
+    const auto drops = [&](double s) { return s / full * patchWeight > bound; };
+    if (!target.growing || !(full > 0.0) || !(patchWeight > 0.0) || !drops(Infinite)) {
+        return Infinite;
+    }
+    if (drops(0.0)) {
+        return -std::numeric_limits<double>::denorm_min();
+    }
+    // Doubles from +0.0 to +inf order as their bit patterns: bisect the patterns between a
+    // kept sum (lo) and a dropped one (hi), first narrowed around the inverse of the test.
+    using Bits = std::uint64_t;
+    Bits lo = std::bit_cast<Bits>(0.0);
+    Bits hi = std::bit_cast<Bits>(Infinite);
+    const double guess = bound / patchWeight * full;
+    if (guess >= 0.0 && guess < Infinite) {
+        constexpr Bits Near = 4;
+        const Bits at = std::bit_cast<Bits>(guess);
+        if (at > lo + Near && !drops(std::bit_cast<double>(at - Near))) {
+            lo = at - Near;
+        }
+        if (at + Near < hi && drops(std::bit_cast<double>(at + Near))) {
+            hi = at + Near;
+        }
+    }
+    while (hi - lo > 1) {
+        const Bits mid = lo + (hi - lo) / 2;
+        (drops(std::bit_cast<double>(mid)) ? hi : lo) = mid;
+    }
+    return std::bit_cast<double>(lo);
+}
+
 PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::ptrdiff_t step) {
     assert(target.channels > AlphaChannel && keepsMargin(target, x, y, r));
     // The order and arithmetic of patchDistance: column offset outer, row offset inner.
@@ -155,6 +202,26 @@ PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::pt
     }
     for (int end = PairsPerCheck; end < int(offset.size()) + PairsPerCheck; end += PairsPerCheck) {
         checkpoints.push_back(std::min(end, int(offset.size())));
+    }
+    if (offset.size() > HeavyPairs::MaxPairs) {
+        return;
+    }
+    std::vector<std::size_t> order(offset.size());
+    for (std::size_t p = 0; p < order.size(); ++p) {
+        order[p] = p;
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return weight[a] > weight[b]; });
+    for (const std::size_t p : order) {
+        float w = static_cast<float>(weight[p]);
+        if (static_cast<double>(w) > weight[p]) {
+            w = std::nextafter(w, 0.0f);
+        }
+        heavy.offset.push_back(offset[p]);
+        heavy.weight.push_back(w);
+        for (int c = 0; c < 3; ++c) {
+            heavy.colour[c].push_back(colour[c][p]);
+        }
     }
 }
 

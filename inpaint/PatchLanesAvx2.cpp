@@ -15,7 +15,15 @@ struct Avx2Vectors {
 
     static F load(const float* p) { return _mm256_loadu_ps(p); }
     static F set(float value) { return _mm256_set1_ps(value); }
+    static F addF(F a, F b) { return _mm256_add_ps(a, b); }
     static F subF(F a, F b) { return _mm256_sub_ps(a, b); }
+    static F bothF(F a, F b) { return _mm256_and_ps(a, b); }
+    static F greaterF(F a, F b) { return _mm256_cmp_ps(a, b, _CMP_GT_OQ); }
+    static unsigned signsF(F v) { return unsigned(_mm256_movemask_ps(v)); }
+    /// Eight flags of 0 or -1 as the bits of eight floats.
+    static F flagsAsFloats(const std::int32_t* p) {
+        return _mm256_castsi256_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+    }
     static F mulF(F a, F b) { return _mm256_mul_ps(a, b); }
     static D widenLow(F v) { return _mm256_cvtps_pd(_mm256_castps256_ps128(v)); }
     static D widenHigh(F v) { return _mm256_cvtps_pd(_mm256_extractf128_ps(v, 1)); }
