@@ -292,7 +292,8 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
 /// sources[s]: planes 0-2 its colour, plane 3 the channel whose value must pass
 /// eligible(value); a null source offers nothing. energies(worker, colours, n, scores)
 /// scores n colours (3 floats each) of a column at once, writing only its worker's own
-/// state.
+/// state; it may score NaN a colour whose score is certainly above `start` or above a score
+/// it gave before in this search, which could not be chosen.
 template <class Eligible, class Energies>
 Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y, int radius,
                       int margin, std::span<const ColumnPlanes* const> sources, double start,
@@ -309,8 +310,8 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
     };
     std::vector<Column> columns(std::size_t(pool.size()));
     for (Column& c : columns) {
-        c.rows.reserve(rows);
-        c.colours.reserve(3 * rows);
+        c.rows.resize(rows);
+        c.colours.resize(3 * rows);
         c.scores.resize(rows);
     }
     return searchColumns(
@@ -325,8 +326,9 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
                 planes[k] = from.plane(k) + column;
             }
             Column& c = columns[std::size_t(worker)];
-            c.rows.clear();
-            c.colours.clear();
+            int* const kept = c.rows.data();
+            float* const colours = c.colours.data();
+            std::size_t n = 0;
             // A candidate of the same colour bits as the last one scores the same and comes
             // later: it can neither win nor tie for the choice.
             for (int cy = window.y0; cy <= window.y1; ++cy) {
@@ -334,16 +336,16 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
                     continue;
                 }
                 const float colour[3] = {planes[0][cy], planes[1][cy], planes[2][cy]};
-                if (!c.rows.empty() &&
-                    std::memcmp(colour, &c.colours[c.colours.size() - 3], sizeof colour) == 0) {
+                float* const next = colours + 3 * n;
+                if (n != 0 && std::memcmp(colour, next - 3, sizeof colour) == 0) {
                     continue;
                 }
-                c.rows.push_back(cy);
-                c.colours.insert(c.colours.end(), colour, colour + 3);
+                std::memcpy(next, colour, sizeof colour);
+                kept[n++] = cy;
             }
-            energies(worker, c.colours.data(), c.rows.size(), c.scores.data());
-            for (std::size_t i = 0; i < c.rows.size(); ++i) {
-                const int cy = c.rows[i];
+            energies(worker, colours, n, c.scores.data());
+            for (std::size_t i = 0; i < n; ++i) {
+                const int cy = kept[i];
                 best.offer(c.scores[i], cx, cy, s,
                            [&] { return visitingOrder(window, cx, cy, s, count); });
             }

@@ -10,6 +10,7 @@
 #include "inpaint/DiffusionKernels.h"
 #include "inpaint/EnergyTrials.h"
 #include "inpaint/FastSearch.h"
+#include "inpaint/PassThreads.h"
 #include "inpaint/PatchLanes.h"
 #include "tests/support/TestImages.h"
 #include "tv/RowKernels.h"
@@ -220,6 +221,43 @@ TEST(FastSearch, BlockDropsOnlyLanesAboveTheBound) {
                     }
                 }
             }
+        }
+    }
+}
+
+// The texture-TV pass, which scores from gradients kept per channel value and drops
+// candidates by a bound, fills as the plain search over localTotalVariation does, on scenes
+// of few levels (many shared values and ties) and of many, on one to three threads.
+TEST(FastSearch, TextureTVFillsAsThePlainSearch) {
+    std::mt19937 rng(31);
+    for (const int levels : {2, 5, 1000}) {
+        const ImageBuffer source = randomScene(rng, 24, 20, levels);
+        PixelList list;
+        for (std::uint32_t y = 2; y < 18; ++y) {
+            for (std::uint32_t x = 2; x < 22; x += 1 + rng() % 3) {
+                list.push_back({x, y, 0});
+            }
+        }
+        ImageBuffer expected(source);
+        ImageBuffer trial(source);
+        for (const PixelEntry& p : list) {
+            const int x = int(p.x);
+            const int y = int(p.y);
+            const Choice donor = searchCandidates(
+                source, x, y, 5, 0, 1, localTotalVariation(trial, x, y),
+                [&](int cx, int cy, int) { return sampleAt(source, cx, cy, 4) == 0.0f; },
+                [&](int cx, int cy, int) {
+                    copyColour(source, cx, cy, trial, x, y);
+                    return localTotalVariation(trial, x, y);
+                });
+            copyColour(source, donor.x, donor.y, trial, x, y);
+            copyColour(source, donor.x, donor.y, expected, x, y);
+        }
+        for (const int threads : {1, 2, 3}) {
+            WorkerPool pool(threads);
+            ImageBuffer out(source);
+            inpaintTextureTVOn(pool, source, out, 4, list, 5);
+            EXPECT_TRUE(test::sameImage(out, expected)) << levels << " levels, " << threads;
         }
     }
 }
