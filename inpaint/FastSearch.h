@@ -270,10 +270,12 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
                     continue;
                 }
                 const double bound = boundNow();
-                search.kernels.scoreBlock(target, *source.planes, source.planes->at(cx, cy), live,
-                                          kept[std::size_t(worker)].sum(bound), scores);
-                for (int k = 0; k < LaneBlock; ++k) {
-                    if (!(live >> k & 1u) || std::isnan(scores[k])) {
+                const unsigned scored =
+                    search.kernels.scoreBlock(target, *source.planes, source.planes->at(cx, cy),
+                                              live, kept[std::size_t(worker)].sum(bound), scores);
+                for (unsigned lanes = scored; lanes != 0; lanes &= lanes - 1) {
+                    const int k = std::countr_zero(lanes);
+                    if (std::isnan(scores[k])) {
                         continue;
                     }
                     const double score = total(worker, scores[k], cx, cy + k, s, bound);

@@ -123,9 +123,10 @@ struct PatchLaneKernels {
     /// candidate centred `k` rows below `centre` (a position in `planes`) for every bit k of
     /// `live`, and NaN for the other lanes. A lane may instead get NaN as soon as its running
     /// sum passes `kept` (keptSum of the bound its distance * patchWeight must not pass): pass
-    /// +inf to have every distance. Lane 0 must be live.
-    void (*scoreBlock)(const PatchTarget& target, const PatchPlanes& planes, std::ptrdiff_t centre,
-                       unsigned live, double kept, double* scores);
+    /// +inf to have every distance. Lane 0 must be live. Returns the lanes not given NaN for
+    /// being dropped or not live (a score may still be NaN).
+    unsigned (*scoreBlock)(const PatchTarget& target, const PatchPlanes& planes,
+                           std::ptrdiff_t centre, unsigned live, double kept, double* scores);
 };
 
 extern const PatchLaneKernels ssePatchLanes;

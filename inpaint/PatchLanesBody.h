@@ -181,8 +181,8 @@ unsigned boundBlock(const PatchTarget& t, const float* const* colour, const std:
 /// its end if not before. The double roundings of that limit are lost in the slack between
 /// 2^-10 and 2^-13. A NaN in F drops nothing.
 template <class V>
-void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdiff_t centre,
-                    unsigned live, double kept, double* scores) {
+unsigned scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdiff_t centre,
+                        unsigned live, double kept, double* scores) {
     using L = BlockLanes<V>;
     using D = typename L::Doubles;
     const float* colour[3] = {planes.colour(0) + centre, planes.colour(1) + centre,
@@ -219,7 +219,7 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
         alive &= ~boundBlock<V>(t, colour, known, live, allComplete, kept);
         if (alive == 0) {
             std::fill(scores, scores + LaneBlock, std::numeric_limits<double>::quiet_NaN());
-            return;
+            return 0;
         }
     }
     std::size_t done = 0;
@@ -256,6 +256,7 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
             scores[k] = 0.0;
         }
     }
+    return alive;
 }
 
 }  // namespace quorblen::detail

@@ -179,9 +179,9 @@ TEST(FastSearch, KeptSumMatchesTheDivisionTest) {
     }
 }
 
-// A block's lanes give patchScore to the bit, or NaN only when the score times the weight is
-// above the bound: bounds at each lane's own product (a tie must not drop it) and an ulp
-// either side, on scenes of many and of few colour levels.
+// A block's lanes give patchScore to the bit, or NaN, and are not counted as scored, only
+// when the score times the weight is above the bound: bounds at each lane's own product (a tie must
+// not drop it) and an ulp either side, on scenes of many and of few colour levels.
 TEST(FastSearch, BlockDropsOnlyLanesAboveTheBound) {
     std::mt19937 rng(23);
     for (const int levels : {3, 1000}) {
@@ -205,10 +205,11 @@ TEST(FastSearch, BlockDropsOnlyLanesAboveTheBound) {
                         for (const double bound :
                              {tie, std::nextafter(tie, 0.0), std::nextafter(tie, 1e308)}) {
                             double scores[LaneBlock];
-                            kernels->scoreBlock(target, planes, planes.at(cx, cy),
-                                                (1u << LaneBlock) - 1,
-                                                keptSum(target, bound, patchWeight), scores);
+                            const unsigned scored = kernels->scoreBlock(
+                                target, planes, planes.at(cx, cy), (1u << LaneBlock) - 1,
+                                keptSum(target, bound, patchWeight), scores);
                             for (int j = 0; j < LaneBlock; ++j) {
+                                EXPECT_EQ(std::isnan(scores[j]), !(scored >> j & 1u));
                                 if (std::isnan(scores[j])) {
                                     EXPECT_GT(exact[j] * patchWeight, bound) << "lane " << j;
                                 } else {
