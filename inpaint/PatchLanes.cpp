@@ -203,15 +203,17 @@ PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::pt
     for (int end = PairsPerCheck; end < int(offset.size()) + PairsPerCheck; end += PairsPerCheck) {
         checkpoints.push_back(std::min(end, int(offset.size())));
     }
-    if (offset.size() > HeavyPairs::MaxPairs) {
+    // Only a growing target is pruned, and only its weights are all numbers to sort.
+    if (!growing || offset.size() > HeavyPairs::MaxPairs) {
         return;
     }
     std::vector<std::size_t> order(offset.size());
     for (std::size_t p = 0; p < order.size(); ++p) {
         order[p] = p;
     }
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return weight[a] > weight[b]; });
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return weight[a] > weight[b] || (weight[a] == weight[b] && a < b);
+    });
     for (const std::size_t p : order) {
         float w = static_cast<float>(weight[p]);
         if (static_cast<double>(w) > weight[p]) {

@@ -56,8 +56,9 @@ private:
 };
 
 /// A target's pairs heaviest first, for the kernels' lower bound in single precision: the
-/// offsets, the weights rounded down to floats and the colours. Empty for more than MaxPairs
-/// pairs, which the bound's error analysis does not cover.
+/// offsets, the weights rounded down to floats and the colours. Empty for a target that does
+/// not grow, and for more than MaxPairs pairs, which the bound's error analysis does not
+/// cover.
 struct HeavyPairs {
     static constexpr std::size_t MaxPairs = 1024;
     /// How many pairs the bound adds between two looks at the limit.
