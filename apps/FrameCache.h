@@ -21,13 +21,22 @@ public:
     /// readImageFile. Throws CommandError as readImageFile does.
     std::shared_ptr<const LoadedImage> read(const std::string& path);
 
+    /// The file `path` for the caller to change, read as `read` does and taken out of the
+    /// cache: moved out when no one else holds it, copied otherwise. For a file no later read
+    /// asks for, which then costs neither a copy nor memory after its use.
+    LoadedImage take(const std::string& path);
+
     /// Begins the next frame: the files the previous frame read and this one did not go.
     void nextFrame();
 
 private:
+    /// The cache's entry for `path`, read into it when it has none.
+    std::shared_ptr<LoadedImage> entry(const std::string& path);
+
     host::RenderOptions m_options;
-    std::map<std::string, std::shared_ptr<const LoadedImage>> m_previous;
-    std::map<std::string, std::shared_ptr<const LoadedImage>> m_current;
+    // Changeable, so that `take` may move out an image no one else holds.
+    std::map<std::string, std::shared_ptr<LoadedImage>> m_previous;
+    std::map<std::string, std::shared_ptr<LoadedImage>> m_current;
 };
 
 }  // namespace quorblen::app

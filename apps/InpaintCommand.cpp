@@ -187,11 +187,11 @@ void checkSameSize(const LoadedImage& image, const std::string& path, const Load
     }
 }
 
-/// The hole the file `maskPath` marks in `image` (read from `imagePath`), one sample per
-/// pixel: 1 where any of the mask's colour channels is non-zero, or its alpha when it has
-/// nothing else. Empty `maskPath`: the image's non-zero alpha.
-ImageBuffer readHole(const std::string& maskPath, const LoadedImage& image,
-                     const std::string& imagePath, FrameCache& cache) {
+/// The hole the file `maskPath` marks in `image` (read from `imagePath`), one flag per pixel:
+/// set where any of the mask's colour channels is non-zero, or its alpha when it has nothing
+/// else. Empty `maskPath`: the image's non-zero alpha.
+HoleFlags readHole(const std::string& maskPath, const LoadedImage& image,
+                   const std::string& imagePath, FrameCache& cache) {
     std::shared_ptr<const LoadedImage> mask;
     std::vector<int> planes;
     if (maskPath.empty()) {
@@ -212,13 +212,21 @@ ImageBuffer readHole(const std::string& maskPath, const LoadedImage& image,
         }
     }
     const ImageBuffer& from = maskPath.empty() ? image.pixels : mask->pixels;
-    ImageBuffer hole(from.width, from.height, 1);
-    for (int i = 0; i < hole.width * hole.height; ++i) {
+    HoleFlags hole(std::size_t(from.width) * std::size_t(from.height));
+    for (std::size_t i = 0; i < hole.size(); ++i) {
         const float* pixel = from.data + std::ptrdiff_t(i) * from.channels;
-        hole.data[i] = std::any_of(planes.begin(), planes.end(),
-                                   [&](int plane) { return pixel[plane] != 0.0f; });
+        hole[i] = std::any_of(planes.begin(), planes.end(),
+                              [&](int plane) { return pixel[plane] != 0.0f; });
     }
     return hole;
+}
+
+/// `hole`, the flags of an image of `width` x `height`, as a one-channel mask: 1 at the
+/// flagged pixels, 0 elsewhere.
+ImageBuffer holeMask(const HoleFlags& hole, int width, int height) {
+    ImageBuffer mask(width, height, 1);
+    std::copy(hole.begin(), hole.end(), mask.data);
+    return mask;
 }
 
 /// The donor image `source`, read from `path`, in the layout of `input`: each of input's
@@ -274,10 +282,17 @@ void placeNeighbour(Settings& files, const Settings& patterns, int k, int frame)
 }
 
 /// Fills the hole of the files `settings` names; the frame work of the inpaint command.
-std::optional<std::string> inpaintFile(Settings settings, FrameCache& cache) {
+/// `inputReadLater`: a later frame reads this frame's INPUT again (as a neighbour source).
+std::optional<std::string> inpaintFile(Settings settings, FrameCache& cache, bool inputReadLater) {
     checkWritableImagePath(settings.output);
-    LoadedImage input = *cache.read(settings.input);
-    const ImageBuffer hole = readHole(settings.mask, input, settings.input, cache);
+    // The fill changes INPUT's pixels: it takes the cached image, which saves a copy, unless
+    // this frame or a later one reads the file again.
+    const bool readAgain = inputReadLater || settings.mask == settings.input ||
+                           settings.sources[0] == settings.input ||
+                           settings.sources[1] == settings.input;
+    LoadedImage input =
+        readAgain ? LoadedImage(*cache.read(settings.input)) : cache.take(settings.input);
+    const HoleFlags hole = readHole(settings.mask, input, settings.input, cache);
     fixNonFinite(input.pixels, settings.fixNan, settings.input);
     ImageBuffer sources[2];
     ImageBuffer sourceHoles[2];
@@ -294,18 +309,19 @@ std::optional<std::string> inpaintFile(Settings settings, FrameCache& cache) {
         *sourceFields[k] = &sources[k];
         if (settings.sourceMasks[k]) {
             sourceHoles[k] =
-                readHole(*settings.sourceMasks[k], *source, settings.sources[k], cache);
+                holeMask(readHole(*settings.sourceMasks[k], *source, settings.sources[k], cache),
+                         source->pixels.width, source->pixels.height);
             *maskFields[k] = &sourceHoles[k];
         }
     }
 
-    const auto holePixels = std::count(hole.data, hole.data + hole.width * hole.height, 1.0f);
+    const auto holePixels = std::count(hole.begin(), hole.end(), 1);
     {
         FillProgress progress;
         settings.options.progress = &progress;
         try {
-            input.pixels = fillHole(input.pixels, alphaPlane(input), hole, settings.options,
-                                    progress.log(), &progress.out());
+            fillHoleInPlace(input.pixels, alphaPlane(input), hole, settings.options, progress.log(),
+                            &progress.out());
         } catch (const std::invalid_argument& e) {
             throw CommandError(settings.input + ": " + e.what());
         }
@@ -335,6 +351,12 @@ int runInpaint(const std::vector<std::string>& args) {
         names.push_back(*name);
     }
     FrameCache cache(fileOptions(settings));
+    // A source in INPUT's sequence at a negative offset reads each INPUT again at a later frame.
+    bool inputReadLater = false;
+    for (int k = 0; k < 2; ++k) {
+        inputReadLater = inputReadLater || (settings.offsets[k] && *settings.offsets[k] < 0 &&
+                                            settings.sources[k] == settings.input);
+    }
     return runFrames("inpaint", arguments, names, [&](const Frame& frame) {
         Settings files = settings;
         for (std::string* name : files.files()) {
@@ -346,7 +368,7 @@ int runInpaint(const std::vector<std::string>& args) {
             }
         }
         cache.nextFrame();
-        return inpaintFile(files, cache);
+        return inpaintFile(files, cache, inputReadLater);
     });
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "image/RowCopy.h"
 #include "image/SampleMemory.h"
@@ -56,6 +57,11 @@ ImageBuffer<T>::ImageBuffer(int w, int h, int c)
 template <class T>
 ImageBuffer<T>::ImageBuffer(const ImageBuffer& other) : ImageBuffer() {
     *this = other;
+}
+
+template <class T>
+ImageBuffer<T>::ImageBuffer(ImageBuffer&& other) : ImageBuffer() {
+    *this = std::move(other);
 }
 
 template <class T>
@@ -113,6 +119,26 @@ ImageBuffer<T>& ImageBuffer<T>::operator=(const ImageBuffer& other) {
         std::copy_n(other.data, n, data);
     }
     lut = other.lut;
+    return *this;
+}
+
+template <class T>
+ImageBuffer<T>& ImageBuffer<T>::operator=(ImageBuffer&& other) {
+    if (&other == this) {
+        return *this;
+    }
+    delete[] data;
+    data = std::exchange(other.data, nullptr);
+    width = std::exchange(other.width, 0);
+    height = std::exchange(other.height, 0);
+    channels = std::exchange(other.channels, 0);
+    stride = std::exchange(other.stride, 0);
+    bbox = std::exchange(other.bbox, Box{});
+    lut = other.lut;
+    if (data != nullptr) {
+        invalidate();
+        validate(true);
+    }
     return *this;
 }
 

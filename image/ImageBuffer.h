@@ -36,10 +36,16 @@ public:
     ImageBuffer(int width, int height, int channels);
     /// A deep copy, as default construction followed by assignment.
     ImageBuffer(const ImageBuffer& other);
+    /// Takes over the array of `other`, as default construction followed by move assignment.
+    ImageBuffer(ImageBuffer&& other);
     ~ImageBuffer() override;
 
     /// Deep copy: size, bbox, samples and lut; jpegQuality stays.
     ImageBuffer& operator=(const ImageBuffer& other);
+    /// Takes over size, bbox, array and lut of `other` without copying a sample, and leaves
+    /// `other` 0 x 0 x 0 with no array; jpegQuality stays on both. A positive count
+    /// validates the buffer as an operator, as resize does.
+    ImageBuffer& operator=(ImageBuffer&& other);
 
     /// Sets the size. The array is kept, contents included, when the sample count does not
     /// change; otherwise it is released and, for a positive count, a new uncleared one is

@@ -46,6 +46,18 @@ std::vector<float> changingSamples(const ImageBuffer& work, const PixelList& pix
     return samples;
 }
 
+/// Puts `samples`, changingSamples of `work` taken earlier, back into `work`.
+void setChangingSamples(ImageBuffer& work, const PixelList& pixels, int colourChannels,
+                        const std::vector<float>& samples) {
+    assert(samples.size() == pixels.size() * std::size_t(colourChannels));
+    auto from = samples.begin();
+    for (const PixelEntry& p : pixels) {
+        float* pixel = work.data + std::ptrdiff_t(p.y) * work.stride + p.x * work.channels;
+        std::copy_n(from, colourChannels, pixel);
+        from += colourChannels;
+    }
+}
+
 bool allFinite(const std::vector<float>& samples) {
     return std::all_of(samples.begin(), samples.end(), [](float v) { return std::isfinite(v); });
 }
@@ -79,25 +91,26 @@ bool chatters(const std::vector<float>& a, const std::vector<float>& b, const st
     return last * before < 0.0f && std::fabs(before) > 0.5f * std::fabs(last);
 }
 
-/// Runs the diffusion recipe of `job` on its working image until the largest change per unit
-/// of flow time falls below the tolerance or the iterations run out. A run that diverges (a
-/// change larger than the known colours' range, values that are not numbers, or chatter at
-/// its end) starts again from the working image with half the time step and twice the
+/// Runs the diffusion recipe of `job` on its working image `work` until the largest change per
+/// unit of flow time falls below the tolerance or the iterations run out. A run that diverges
+/// (a change larger than the known colours' range, values that are not numbers, or chatter at
+/// its end) starts again from the first guess with half the time step and twice the
 /// iterations.
-ImageBuffer diffuse(const RecipeJob& job) {
+void diffuse(const RecipeJob& job, ImageBuffer& work) {
     const RecipeOptions& options = job.options;
     const int method = options.recipe == InpaintRecipe::Elastica ? Elastica : DigitalTV;
     const char* name = job.name;
-    assert(std::all_of(
-        job.start.data,
-        job.start.data + std::ptrdiff_t(job.start.width) * job.start.height * job.start.channels,
-        [](float v) { return std::isfinite(v); }));
-    ImageBuffer work(job.start);
+    assert(std::all_of(work.data,
+                       work.data + std::ptrdiff_t(work.width) * work.height * work.channels,
+                       [](float v) { return std::isfinite(v); }));
     double timeStep = options.timeStep;
     int iterations = options.iterations;
     const double limit = job.colourRange;
-    DiffusionRun run(job.start, work, method, options.lambda, options.epsilon, timeStep,
+    // The steps read the hole from the working image's alpha, which they never change.
+    DiffusionRun run(work, work, method, options.lambda, options.epsilon, timeStep,
                      job.colourChannels, options.threads);
+    // The iterations change these samples alone: putting them back restores the first guess.
+    const std::vector<float> firstGuess = changingSamples(work, run.pixels(), job.colourChannels);
     // The iterations leave the working image behind; it is brought up to date only to be read.
     const auto samples = [&] {
         run.writeWork();
@@ -137,7 +150,7 @@ ImageBuffer diffuse(const RecipeJob& job) {
         if (!diverged) {
             job.log << name << ": " << it << " iterations; largest change of the last " << norm
                     << "\n";
-            return work;
+            return;
         }
         // Only the explicit elastica flow has a step to shorten.
         if (method != Elastica || backOffs == MaxBackOffs) {
@@ -153,7 +166,8 @@ ImageBuffer diffuse(const RecipeJob& job) {
         job.log << name << ": unstable after " << it
                 << " iterations; starting again from the first guess with time step " << timeStep
                 << "\n";
-        run.restart(job.start, timeStep);
+        setChangingSamples(work, run.pixels(), job.colourChannels, firstGuess);
+        run.restart(work, timeStep);
     }
 }
 

@@ -124,23 +124,31 @@ double runPass(WorkerPool& pool, const PassImages& p, const RecipeOptions& o, in
     }
 }
 
-/// Runs `options.passes` passes of the exemplar recipe of `job` on its working image, pass d
-/// with level d, each reading what the previous one wrote, alphas included: the passes that
-/// fill one alpha level thereby move on to the next. The extra sources are source2 and source3
-/// cut like the working image, or the working image without donors.
-ImageBuffer fillByPasses(const RecipeJob& job) {
+/// Runs `options.passes` passes of the exemplar recipe of `job` on its working image `work`,
+/// pass d with level d, each reading what the previous one wrote, alphas included: the passes
+/// that fill one alpha level thereby move on to the next. The extra sources are source2 and
+/// source3 cut like the working image, or the working image without donors.
+void fillByPasses(const RecipeJob& job, ImageBuffer& work) {
     const RecipeOptions& options = job.options;
-    ImageBuffer extras[2];
-    for (int k = 0; k < 2; ++k) {
-        extras[k] = job.hasSource(k) ? job.cutSource(k) : withoutDonors(job.start);
-    }
-    ImageBuffer work(job.start);
-    PixelList list = unknownPixels(job.start);
-    // Sources with their own masks may reach pixels the image cannot.
     const bool threeSources = options.recipe == InpaintRecipe::WeightedElastica ||
                               options.recipe == InpaintRecipe::MultiSource ||
                               options.recipe == InpaintRecipe::Fallback;
-    const ImageBuffer* donors[] = {&job.start, &extras[0], &extras[1]};
+    // A source given is cut, and so checked, whichever recipe runs; the image without donors
+    // stands for both missing ones, and is made only for the recipes that read sources.
+    ImageBuffer extras[2];
+    ImageBuffer noDonors;
+    const ImageBuffer* sources[2] = {&noDonors, &noDonors};
+    for (int k = 0; k < 2; ++k) {
+        if (job.hasSource(k)) {
+            extras[k] = job.cutSource(k);
+            sources[k] = &extras[k];
+        } else if (threeSources && noDonors.data == nullptr) {
+            noDonors = withoutDonors(work);
+        }
+    }
+    PixelList list = unknownPixels(work);
+    // Sources with their own masks may reach pixels the image cannot.
+    const ImageBuffer* donors[] = {&work, sources[0], sources[1]};
     if (const std::size_t unreached =
             unreachedPixels(std::span(donors, threeSources ? 3 : 1), list, options.searchRadius)) {
         job.log << job.name << ": " << unreached << " of " << list.size()
@@ -148,6 +156,7 @@ ImageBuffer fillByPasses(const RecipeJob& job) {
                    "first guess\n";
     }
     WorkerPool pool(options.threads);
+    ImageBuffer before;  // one array for every pass
     for (int d = 0; d < options.passes; ++d) {
         const std::string stage = std::string(job.name) + ": pass " + std::to_string(d + 1) +
                                   " of " + std::to_string(options.passes);
@@ -156,13 +165,13 @@ ImageBuffer fillByPasses(const RecipeJob& job) {
         // The passes that pick by priority say how far through their list they are.
         const PassProgressScope progressScope(
             [&](double within) { job.report(stage, share(within)); });
-        ImageBuffer before(work);
-        const double change = runPass(pool, {before, work, extras[0], extras[1], list}, options, d);
+        before = work;
+        const double change =
+            runPass(pool, {before, work, *sources[0], *sources[1], list}, options, d);
         job.report(stage, share(1.0));
         job.log << job.name << ": pass " << d + 1 << " of " << options.passes
                 << "; largest colour change " << change << "\n";
     }
-    return work;
 }
 
 }  // namespace

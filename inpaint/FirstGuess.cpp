@@ -8,26 +8,27 @@
 
 namespace quorblen {
 
-std::vector<std::size_t> nearestKnownPixels(const HoleFlags& hole, int width, int height,
+std::vector<GuessSource> nearestKnownPixels(const HoleFlags& hole, int width, int height,
                                             const Region& box) {
     assert(hole.size() == std::size_t(width) * height);
     const int boxWidth = box.x1 - box.x0;
-    const auto local = [&](int x, int y) {
-        return std::size_t(y - box.y0) * boxWidth + (x - box.x0);
-    };
-    constexpr std::size_t None = ~std::size_t(0);
-    std::vector<std::size_t> source(std::size_t(boxWidth) * (box.y1 - box.y0), None);
+    // The hole pixels of the box the search has not reached yet.
+    HoleFlags waiting(std::size_t(boxWidth) * (box.y1 - box.y0));
+    for (int y = box.y0; y < box.y1; ++y) {
+        const auto row = hole.begin() + std::ptrdiff_t(y) * width;
+        std::copy(row + box.x0, row + box.x1,
+                  waiting.begin() + std::ptrdiff_t(y - box.y0) * boxWidth);
+    }
     // The search from every known pixel at once, in index order: a known pixel without a hole
     // pixel beside it reaches nothing, so the queue starts with the others alone, which keeps
     // the order in which the hole pixels are reached.
-    std::vector<std::size_t> queue;  // indices into the image
+    std::vector<GuessSource> queue;
     for (int y = box.y0; y < box.y1; ++y) {
         for (int x = box.x0; x < box.x1; ++x) {
             const std::size_t i = std::size_t(y) * width + x;
             if (hole[i]) {
                 continue;
             }
-            source[local(x, y)] = i;
             const bool besideHole =
                 std::any_of(NeighbourOffsets.begin(), NeighbourOffsets.end(), [&](const Offset& n) {
                     const int nx = x + n.dx;
@@ -36,28 +37,34 @@ std::vector<std::size_t> nearestKnownPixels(const HoleFlags& hole, int width, in
                            hole[std::size_t(ny) * width + nx];
                 });
             if (besideHole) {
-                queue.push_back(i);
+                queue.push_back({i, i});
             }
         }
     }
     // No known pixel beside the hole: then there is no hole (a source's clear mask).
     assert(!queue.empty() ||
            std::none_of(hole.begin(), hole.end(), [](auto flagged) { return bool(flagged); }));
+    const std::size_t seeds = queue.size();
     for (std::size_t head = 0; head < queue.size(); ++head) {
-        const int x = int(queue[head] % std::size_t(width));
-        const int y = int(queue[head] / std::size_t(width));
+        const int x = int(queue[head].pixel % std::size_t(width));
+        const int y = int(queue[head].pixel / std::size_t(width));
         for (const Offset& n : NeighbourOffsets) {
             const int nx = x + n.dx;
             const int ny = y + n.dy;
             if (nx >= 0 && nx < width && ny >= 0 && ny < height &&
-                hole[std::size_t(ny) * width + nx] && source[local(nx, ny)] == None) {
+                hole[std::size_t(ny) * width + nx]) {
                 assert(nx >= box.x0 && nx < box.x1 && ny >= box.y0 && ny < box.y1);
-                source[local(nx, ny)] = source[local(x, y)];
-                queue.push_back(std::size_t(ny) * width + nx);
+                std::uint8_t& unreached =
+                    waiting[std::size_t(ny - box.y0) * boxWidth + (nx - box.x0)];
+                if (unreached) {
+                    unreached = 0;
+                    queue.push_back({std::size_t(ny) * width + nx, queue[head].source});
+                }
             }
         }
     }
-    return source;
+    queue.erase(queue.begin(), queue.begin() + std::ptrdiff_t(seeds));
+    return queue;
 }
 
 ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
@@ -73,20 +80,10 @@ ImageBuffer firstGuessWorkingImage(const ImageBuffer& image, int alphaPlane, con
                      (x >= inner.x0 && x < inner.x1 && y >= inner.y0 && y < inner.y1);
         }
     }
-    const Region inside = insideImage(region, image.width, image.height);
-    if (within) {
-        return cropWorkingImage(image, alphaPlane, hole, region,
-                                nearestKnownPixels(hole, image.width, image.height, inside));
-    }
-    const std::vector<std::size_t> whole =
-        nearestKnownPixels(hole, image.width, image.height, {0, 0, image.width, image.height});
-    std::vector<std::size_t> colourOf;
-    colourOf.reserve(std::size_t(inside.x1 - inside.x0) * (inside.y1 - inside.y0));
-    for (int y = inside.y0; y < inside.y1; ++y) {
-        const auto row = whole.begin() + std::ptrdiff_t(y) * image.width;
-        colourOf.insert(colourOf.end(), row + inside.x0, row + inside.x1);
-    }
-    return cropWorkingImage(image, alphaPlane, hole, region, colourOf);
+    const Region searched = within ? insideImage(region, image.width, image.height)
+                                   : Region{0, 0, image.width, image.height};
+    return cropWorkingImage(image, alphaPlane, hole, region,
+                            nearestKnownPixels(hole, image.width, image.height, searched));
 }
 
 }  // namespace quorblen

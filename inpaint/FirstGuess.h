@@ -9,14 +9,14 @@
 
 namespace quorblen {
 
-/// For every pixel of `box` (inside an image of `width` x `height` pixels whose hole `hole`
-/// flags, row by row), the index y * width + x of the pixel whose colour it takes: a known
-/// pixel itself, a hole pixel the known pixel nearest to it in 4-neighbour steps (a
+/// For every hole pixel of `box` (inside an image of `width` x `height` pixels whose hole
+/// `hole` flags, row by row), the known pixel nearest to it in 4-neighbour steps: a
 /// breadth-first search from all known pixels at once, in index order; the first to arrive
-/// wins). The search runs through hole pixels only, so it needs no pixel beyond the box.
+/// wins. The pixels come in the order the search reaches them. The search runs through hole
+/// pixels only, so it needs no pixel beyond the box.
 /// Preconditions: `box` holds every hole pixel and the pixels next to them, and at least one
 /// pixel is known.
-std::vector<std::size_t> nearestKnownPixels(const HoleFlags& hole, int width, int height,
+std::vector<GuessSource> nearestKnownPixels(const HoleFlags& hole, int width, int height,
                                             const Region& box);
 
 /// The working image of `region` cut from `image` (1 to 3 colour planes besides `alphaPlane`,

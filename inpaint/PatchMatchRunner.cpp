@@ -13,15 +13,19 @@ constexpr InpaintRecipe patchMatchRecipes[] = {InpaintRecipe::PatchMatch};
 
 /// `window` times the larger side of the hole's bounding box, plus the patch radius so that the
 /// patches of the hole's outermost pixels stay inside: the window follows the hole's size, not
-/// the image's. It stops at the image's larger side, beyond which it would only add padding.
+/// the image's. It stops at the image edge farthest from the box, beyond which it would only
+/// add padding (a wire across the frame would otherwise pad the frame to several times its
+/// size).
 int patchMatchMargin(const RecipeOptions& options, const Region& holeBox, int width, int height) {
     const int side = std::max(holeBox.x1 - holeBox.x0, holeBox.y1 - holeBox.y0);
-    return int(std::min(std::ceil(options.window * side), double(std::max(width, height)))) +
+    const int farthestEdge =
+        std::max({holeBox.x0, holeBox.y0, width - holeBox.x1, height - holeBox.y1});
+    return int(std::min(std::ceil(options.window * side), double(farthestEdge))) +
            options.patchRadius;
 }
 
 /// The fill over the image and the sources given, each with its own hole.
-ImageBuffer fillByPatchMatch(const RecipeJob& job) {
+void fillByPatchMatch(const RecipeJob& job, ImageBuffer& work) {
     const RecipeOptions& o = job.options;
     std::vector<ImageBuffer> sources;
     for (int k = 0; k < 2; ++k) {
@@ -29,7 +33,7 @@ ImageBuffer fillByPatchMatch(const RecipeJob& job) {
             sources.push_back(job.cutSource(k));
         }
     }
-    return quorblen::fillByPatchMatch(job.start, sources, job.colourChannels,
+    work = quorblen::fillByPatchMatch(work, sources, job.colourChannels,
                                       {o.levels, o.rounds, o.patchRadius, o.threads}, job.name,
                                       job.log);
 }

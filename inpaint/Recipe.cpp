@@ -30,6 +30,17 @@ const RecipeRunner& runnerOf(InpaintRecipe recipe) {
     return **found;
 }
 
+/// The number of colour planes of `image`, all but `alphaPlane`. Throws std::invalid_argument
+/// unless there are 1 to 3.
+int colourPlanes(const ImageBuffer& image, int alphaPlane) {
+    const int colourCount = image.channels - (alphaPlane >= 0 ? 1 : 0);
+    if (alphaPlane >= image.channels || colourCount < 1 || colourCount > 3) {
+        throw std::invalid_argument("the image has " + std::to_string(colourCount) +
+                                    " colour channels; 1 to 3 can be filled");
+    }
+    return colourCount;
+}
+
 void checkOptions(const RecipeOptions& options) {
     for (const RecipeParameter& p : recipeParameters()) {
         const std::string problem = parameterProblem(p, parameterValue(p, options));
@@ -83,24 +94,23 @@ void checkSourceMask(const char* what, const ImageBuffer* mask, const ImageBuffe
 
 }  // namespace
 
-ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer& mask,
+void fillHoleInPlace(ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
                      const RecipeOptions& options, std::ostream& log, std::ostream* passLines) {
-    const int colourCount = image.channels - (alphaPlane >= 0 ? 1 : 0);
-    if (alphaPlane >= image.channels || colourCount < 1 || colourCount > 3) {
-        throw std::invalid_argument("the image has " + std::to_string(colourCount) +
-                                    " colour channels; 1 to 3 can be filled");
+    const int colourCount = colourPlanes(image, alphaPlane);
+    if (hole.size() != std::size_t(image.width) * std::size_t(image.height)) {
+        throw std::invalid_argument("the mask has " + std::to_string(hole.size()) +
+                                    " pixels but the image has " +
+                                    std::to_string(std::size_t(image.width) * image.height));
     }
-    checkMaskSize("the mask", mask, image);
     checkOptions(options);
     checkSource("source2", options.source2, image);
     checkSource("source3", options.source3, image);
     checkSourceMask("source2", options.source2Mask, options.source2, image);
     checkSourceMask("source3", options.source3Mask, options.source3, image);
-    const HoleFlags hole = holeFlags(mask);
     const auto holePixels = std::count(hole.begin(), hole.end(), 1);
     if (holePixels == 0) {
         log << "the mask marks no pixel: nothing to fill\n";
-        return image;
+        return;
     }
     if (holePixels == std::ptrdiff_t(hole.size())) {
         throw std::invalid_argument("the mask marks every pixel, leaving nothing to fill from");
@@ -114,17 +124,24 @@ ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer
     const Region box = holeRegion(hole, image.width, image.height, 0);
     const int margin = runner.margin(options, box, image.width, image.height);
     const Region region{box.x0 - margin, box.y0 - margin, box.x1 + margin, box.y1 + margin};
-    const ImageBuffer start = firstGuessWorkingImage(image, alphaPlane, hole, region);
+    ImageBuffer work = firstGuessWorkingImage(image, alphaPlane, hole, region);
     // No step could diffuse, nor any comparison judge, a known colour that is not a number.
-    const double range = knownRange(start, "the image");
+    const double range = knownRange(work, "the image");
     const PassLogScope passScope(passLines != nullptr ? *passLines : passLog());
-    const detail::RecipeJob job{start, range,      options, colourCount, info.name,
-                                log,   alphaPlane, hole,    region};
-    const ImageBuffer work = runner.fill(job);
+    const detail::RecipeJob job{range, options,    colourCount, info.name,
+                                log,   alphaPlane, hole,        region};
+    runner.fill(job, work);
     job.report(info.name, 1.0);
+    pasteHole(work, region, hole, image, alphaPlane);
+}
 
+ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer& mask,
+                     const RecipeOptions& options, std::ostream& log, std::ostream* passLines) {
+    // The image's planes are judged before the mask, the mask before the options.
+    colourPlanes(image, alphaPlane);
+    checkMaskSize("the mask", mask, image);
     ImageBuffer result(image);
-    pasteHole(work, region, hole, result, alphaPlane);
+    fillHoleInPlace(result, alphaPlane, holeFlags(mask), options, log, passLines);
     return result;
 }
 

@@ -5,6 +5,7 @@
 
 #include "image/ImageBuffer.h"
 #include "inpaint/RecipeCatalogue.h"
+#include "inpaint/WorkingImage.h"
 
 namespace quorblen {
 
@@ -35,6 +36,14 @@ namespace quorblen {
 /// Throws std::runtime_error when a recipe fails (the elastica flow still diverging at a
 /// small fraction of its time step), and std::bad_alloc.
 ImageBuffer fillHole(const ImageBuffer& image, int alphaPlane, const ImageBuffer& mask,
+                     const RecipeOptions& options, std::ostream& log,
+                     std::ostream* passLines = nullptr);
+
+/// fillHole on `image` itself, for a caller that has no use for the unfilled image: fills the
+/// hole that `hole` flags (one flag per pixel, row by row) and changes nothing but the hole
+/// pixels' colour samples, saving a copy of the image. Throws as fillHole does (a flag count
+/// other than the pixel count is a mask of the wrong size), leaving `image` as it was.
+void fillHoleInPlace(ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
                      const RecipeOptions& options, std::ostream& log,
                      std::ostream* passLines = nullptr);
 

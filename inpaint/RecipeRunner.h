@@ -16,10 +16,8 @@ namespace quorblen::detail {
 
 /// One fillHole call as a runner sees it, its input checked.
 struct RecipeJob {
-    /// The working image of the hole's region cut from the image, its hole given the first
-    /// guess; every hole pixel lies at least the runner's margin inside it.
-    const ImageBuffer& start;
-    /// knownRange(start), which also checked that the known colours are finite numbers.
+    /// knownRange of the working image at the start, which also checked that the known colours
+    /// are finite numbers.
     double colourRange;
     const RecipeOptions& options;
     /// The image's colour planes, 1 to 3 (the working image repeats the last).
@@ -27,7 +25,7 @@ struct RecipeJob {
     /// The recipe's name, which begins each of its lines on `log`.
     const char* name;
     std::ostream& log;
-    /// How `start` was cut from the image.
+    /// How the working image was cut from the image.
     int alphaPlane;
     const HoleFlags& hole;
     const Region& region;
@@ -36,9 +34,9 @@ struct RecipeJob {
     bool hasSource(int k) const { return (k == 0 ? options.source2 : options.source3) != nullptr; }
 
     /// The working image of extra source k (0: options.source2, 1: options.source3) cut as
-    /// `start` was, so that it lines up with it: the same region and padding, its alpha and
-    /// donor flag from the source's own mask (source2Mask, source3Mask) or, without one, from
-    /// the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
+    /// the image's was, so that it lines up with it: the same region and padding, its alpha
+    /// and donor flag from the source's own mask (source2Mask, source3Mask) or, without one,
+    /// from the image's hole. Every runner builds its sources here. Throws std::invalid_argument,
     /// naming the source, when a sample it knows is not a finite number.
     /// Precondition: hasSource(k) (fillHole checked its mask).
     ImageBuffer cutSource(int k) const {
@@ -71,10 +69,11 @@ struct RecipeRunner {
     /// working image's edges for the preconditions of the family's passes, and for them to
     /// reach every donor they may use.
     int (*margin)(const RecipeOptions& options, const Region& holeBox, int width, int height);
-    /// Fills the hole of job.start and returns the working image filled. Throws
-    /// std::invalid_argument for input only the family reads (its sources), and
-    /// std::runtime_error when the fill fails.
-    ImageBuffer (*fill)(const RecipeJob& job);
+    /// Fills the hole of the working image `work` in place: on entry the hole's region cut
+    /// from the image, its hole given the first guess, every hole pixel at least the margin
+    /// inside it. Throws std::invalid_argument for input only the family reads (its sources),
+    /// and std::runtime_error when the fill fails.
+    void (*fill)(const RecipeJob& job, ImageBuffer& work);
 };
 
 /// TV and elastica diffusion.

@@ -53,27 +53,52 @@ Region insideImage(const Region& region, int width, int height) {
 }
 
 ImageBuffer cropWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
-                             const Region& region, const std::vector<std::size_t>& colourOf) {
+                             const Region& region, const std::vector<GuessSource>& guesses) {
     const std::vector<int> planes = colourPlaneList(image.channels, alphaPlane);
-    const Region box = insideImage(region, image.width, image.height);
-    assert(colourOf.size() == std::size_t(box.x1 - box.x0) * (box.y1 - box.y0));
+    const auto setColour = [&](float* to, std::size_t from) {
+        const float* colour = image.data + from * image.channels;
+        for (int c = 0; c < 3; ++c) {
+            to[c] = colour[planes[std::min<std::size_t>(c, planes.size() - 1)]];
+        }
+    };
     ImageBuffer work(region.x1 - region.x0, region.y1 - region.y0, WorkChannels);
+    const auto pixelOf = [&](int x, int y) {
+        return work.data + (y - region.y0) * work.stride + (x - region.x0) * WorkChannels;
+    };
+    const Region box = insideImage(region, image.width, image.height);
+    for (int y = box.y0; y < box.y1; ++y) {
+        for (int x = box.x0; x < box.x1; ++x) {
+            const std::size_t from = std::size_t(y) * image.width + x;
+            float* to = pixelOf(x, y);
+            setColour(to, from);
+            to[WorkAlpha] = hole[from] ? 1.0f : 0.0f;
+            to[WorkDonor] = hole[from] ? 1.0f : 0.0f;
+        }
+    }
+    for (const GuessSource& guess : guesses) {
+        const int x = int(guess.pixel % std::size_t(image.width));
+        const int y = int(guess.pixel / std::size_t(image.width));
+        if (x >= box.x0 && x < box.x1 && y >= box.y0 && y < box.y1) {
+            setColour(pixelOf(x, y), guess.source);
+        }
+    }
+    // The padding repeats the colour of the nearest pixel inside, first guess included.
+    const auto pad = [&](int x, int y) {
+        const float* nearest =
+            pixelOf(std::clamp(x, box.x0, box.x1 - 1), std::clamp(y, box.y0, box.y1 - 1));
+        float* to = pixelOf(x, y);
+        std::copy_n(nearest, 3, to);
+        to[WorkAlpha] = 0.0f;
+        to[WorkDonor] = 1.0f;
+    };
     for (int y = region.y0; y < region.y1; ++y) {
-        for (int x = region.x0; x < region.x1; ++x) {
-            const int cx = std::clamp(x, 0, image.width - 1);
-            const int cy = std::clamp(y, 0, image.height - 1);
-            const std::size_t from = std::size_t(cy) * image.width + cx;
-            const float* colour =
-                image.data +
-                colourOf[std::size_t(cy - box.y0) * (box.x1 - box.x0) + (cx - box.x0)] *
-                    image.channels;
-            float* to = work.data + (y - region.y0) * work.stride + (x - region.x0) * WorkChannels;
-            for (int c = 0; c < 3; ++c) {
-                to[c] = colour[planes[std::min<std::size_t>(c, planes.size() - 1)]];
-            }
-            const bool inside = cx == x && cy == y;
-            to[WorkAlpha] = inside && hole[from] ? 1.0f : 0.0f;
-            to[WorkDonor] = inside && !hole[from] ? 0.0f : 1.0f;
+        // A row inside the image has padding at its ends only.
+        const bool rowInside = y >= box.y0 && y < box.y1;
+        for (int x = region.x0; x < (rowInside ? box.x0 : region.x1); ++x) {
+            pad(x, y);
+        }
+        for (int x = rowInside ? box.x1 : region.x1; x < region.x1; ++x) {
+            pad(x, y);
         }
     }
     return work;

@@ -2,6 +2,7 @@
 // and the way back.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -34,17 +35,24 @@ Region holeRegion(const HoleFlags& hole, int width, int height, int margin);
 /// The part of `region` inside an image of `width` x `height` pixels.
 Region insideImage(const Region& region, int width, int height);
 
+/// A hole pixel and the known pixel whose colour it takes, as indices y * width + x into the
+/// image.
+struct GuessSource {
+    std::size_t pixel;
+    std::size_t source;
+};
+
 /// The working image of `region` (WorkChannels channels): alpha 1 at hole pixels and 0
-/// elsewhere, the donor flag as described above, and the colour of `image` taken for each
-/// pixel from the pixel `colourOf` names for it. `colourOf` holds an index y * width + x into
-/// `image` per pixel of insideImage(region), row by row. The colour is every plane but
-/// `alphaPlane` (-1: none) in order, the last one repeated when there are fewer than 3 (a grey
-/// image gives three equal planes). Pixels beyond the image repeat the colour of the nearest
-/// edge pixel and count as known but not as donors, so a hole touching the edge still lies
-/// inside the region with its margin.
+/// elsewhere, the donor flag as described above, and the colour of `image` at each pixel, or
+/// for a pixel that `guesses` lists, at its source. The colour is every plane but `alphaPlane`
+/// (-1: none) in order, the last one repeated when there are fewer than 3 (a grey image gives
+/// three equal planes). Pixels beyond the image repeat the colour of the nearest edge pixel,
+/// its guess included, and count as known but not as donors, so a hole touching the edge
+/// still lies inside the region with its margin. Guesses for pixels outside the region change
+/// nothing.
 /// Precondition: `image` has 1 to 3 planes besides its alpha.
 ImageBuffer cropWorkingImage(const ImageBuffer& image, int alphaPlane, const HoleFlags& hole,
-                             const Region& region, const std::vector<std::size_t>& colourOf);
+                             const Region& region, const std::vector<GuessSource>& guesses);
 
 /// The largest minus the smallest colour sample of the known pixels (alpha 0) of the working
 /// image `work`, or 1 when they are all equal: no stable diffusion step moves a pixel by more

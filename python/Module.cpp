@@ -47,17 +47,16 @@ py::array inpaint(const py::object& image, const py::object& mask, const std::st
     const int alphaPlane = pixels.channels == 2 || pixels.channels == 4 ? pixels.channels - 1 : -1;
     // The passes' own lines join the recipe's, in the order they come.
     std::stringstream log;
-    ImageBuffer result;
     {
         py::gil_scoped_release release;
-        result = fillHole(pixels, alphaPlane, hole, options, log, &log);
+        fillHoleInPlace(pixels, alphaPlane, holeFlags(hole), options, log, &log);
     }
     const py::object logger = py::module_::import("logging").attr("getLogger")("quorblen");
     std::string line;
     while (std::getline(log, line)) {
         logger.attr("info")(line);
     }
-    return arrayFromImage(result, isFlatArray(image));
+    return arrayFromImage(pixels, isFlatArray(image));
 }
 
 /// Raises the OSError (FileNotFoundError, PermissionError, ...) of `error` for `path`.

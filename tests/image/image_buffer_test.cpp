@@ -126,6 +126,32 @@ TEST(ImageBuffer, CopiesAreDeepAndFollowTheCopyRules) {
     EXPECT_EQ(target.lut, empty.lut);
 }
 
+TEST(ImageBuffer, MovesHandOverTheArrayAndLeaveTheSourceEmpty) {
+    ImageBuffer source = numbered(3, 2, 4);
+    source.lut = host::LUT::getLut(host::LUT::INT16);
+    const float* array = source.data;
+    const std::vector<float> before = samples(source);
+    ImageBuffer target = numbered(5, 5, 1);
+    target.jpegQuality = 0.75f;
+    target = std::move(source);
+    expectEmpty(source);
+    EXPECT_EQ(source.bbox, Box{});
+    EXPECT_EQ(target.data, array);
+    EXPECT_EQ(samples(target), before);
+    EXPECT_EQ(target.stride, 12);
+    EXPECT_EQ(target.bbox, (Box{0, 0, 3, 2}));
+    EXPECT_EQ(target.lut, host::LUT::getLut(host::LUT::INT16));
+    EXPECT_EQ(target.jpegQuality, 0.75f);
+    // The host side describes the array taken over, not the target's old shape.
+    EXPECT_EQ(target.info().box(), (Box{0, 0, 3, 2}));
+    EXPECT_EQ(target.info().channels(), host::Mask_RGBA);
+
+    const ImageBuffer constructed(std::move(target));
+    expectEmpty(target);
+    EXPECT_EQ(constructed.data, array);
+    EXPECT_EQ(constructed.info().box(), (Box{0, 0, 3, 2}));
+}
+
 TEST(ImageBuffer, EngineServesPlanesByChannelNumberAndZerosTheRest) {
     ImageBuffer image = numbered(5, 2, 2);
     image.validate();

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -157,6 +158,14 @@ TEST(InpaintRecipe, RefusesBadInput) {
             EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
         }
     }
+
+    // The in-place fill takes a flag per pixel, and a refused image stays as it was.
+    ImageBuffer inPlace = photoCrop(3);
+    std::ostringstream log;
+    EXPECT_THROW(
+        fillHoleInPlace(inPlace, -1, HoleFlags(48 * 30, 1), recipeDefaults(InpaintRecipe::TV), log),
+        std::invalid_argument);
+    EXPECT_EQ(0, std::memcmp(inPlace.data, image.data, sizeof(float) * 48 * 40 * 3));
 }
 
 TEST(InpaintRecipe, ASourceWithItsOwnMaskDonatesItsPixelsBehindTheHole) {
@@ -184,6 +193,27 @@ TEST(InpaintRecipe, ASourceWithItsOwnMaskDonatesItsPixelsBehindTheHole) {
                     << "sample " << i << " with" << (plateMask ? "" : "out") << " a plate mask";
             }
         }
+    }
+}
+
+TEST(InpaintRecipe, TheHolesOwnColoursNeverReachTheFill) {
+    // The hole meets the edges, where the padding repeats the pixels inside, first guesses
+    // included: colours painted under the hole change no recipe's result.
+    const ImageBuffer image = photoCrop(3);
+    const ImageBuffer mask = holeMask();
+    ImageBuffer painted(image);
+    for (int i = 0; i < 48 * 40 * 3; ++i) {
+        painted.data[i] = mask.data[i / 3] != 0.0f ? 1000.0f : painted.data[i];
+    }
+    for (const RecipeInfo& info : inpaintRecipes()) {
+        RecipeOptions options = recipeDefaults(info.recipe);
+        options.searchRadius = 6;
+        options.iterations = 50;
+        std::ostringstream log;
+        const ImageBuffer out = fillHole(image, -1, mask, options, log);
+        const ImageBuffer fromPainted = fillHole(painted, -1, mask, options, log);
+        EXPECT_EQ(0, std::memcmp(out.data, fromPainted.data, sizeof(float) * 48 * 40 * 3))
+            << info.name;
     }
 }
 
@@ -225,6 +255,21 @@ TEST(InpaintRecipe, ElasticaBacksOffWhenItDiverges) {
     EXPECT_NE(log.str().find("unstable after"), std::string::npos) << log.str();
     EXPECT_TRUE(progress.wellFormed());
     EXPECT_TRUE(std::isfinite(at(out, 40, 20, 0)));
+
+    // Each start begins from the first guess: the last one's result is that of a run given its
+    // time step and iterations from the outset.
+    int backOffs = 0;
+    for (auto at = log.str().find("unstable after"); at != std::string::npos;
+         at = log.str().find("unstable after", at + 1)) {
+        ++backOffs;
+    }
+    options.timeStep = std::ldexp(1.0, -backOffs);
+    options.iterations = 200 << backOffs;
+    options.progress = nullptr;
+    std::ostringstream directLog;
+    const ImageBuffer direct = fillHole(photoCrop(3), -1, holeMask(), options, directLog);
+    EXPECT_EQ(directLog.str().find("unstable after"), std::string::npos) << directLog.str();
+    EXPECT_EQ(0, std::memcmp(out.data, direct.data, sizeof(float) * 48 * 40 * 3));
 }
 
 }  // namespace
