@@ -1,6 +1,6 @@
 // Benchmarks of the exemplar passes' candidate search: one pixel's search, plain and in lanes
-// over threads, and a whole texture pass, on a photo with a centred square hole. Real time
-// and the CPU time of every thread are reported.
+// over threads, and a whole texture or texture-TV pass, on a photo with a centred square hole. Real
+// time and the CPU time of every thread are reported.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -62,8 +62,9 @@ BENCHMARK(BM_PixelSearch)
     ->UseRealTime()
     ->MeasureProcessCPUTime();
 
-// One texture pass over the hole on 1 and 2 threads.
-void BM_TexturePass(benchmark::State& state) {
+// One pass over the hole on 1 and 2 threads: Arg 1 0 the texture pass (patch search),
+// 1 the texture-TV pass (search by the candidate's colour alone).
+void BM_Pass(benchmark::State& state) {
     const bench::QuietConsole quiet;
     const ImageBuffer& image = photo();
     WorkerPool pool(int(state.range(0)));
@@ -72,14 +73,15 @@ void BM_TexturePass(benchmark::State& state) {
         ImageBuffer out(image);
         const PixelList list = bench::holeList(image);
         state.ResumeTiming();
-        benchmark::DoNotOptimize(inpaintTextureSynthesisOn(pool, image, out, 3, list, SearchRadius,
-                                                           0.0, PatchRadius, true));
+        benchmark::DoNotOptimize(
+            state.range(1) == 0 ? inpaintTextureSynthesisOn(pool, image, out, 3, list, SearchRadius,
+                                                            0.0, PatchRadius, true)
+                                : inpaintTextureTVOn(pool, image, out, 3, list, SearchRadius));
     }
 }
-BENCHMARK(BM_TexturePass)
-    ->ArgName("threads")
-    ->Arg(1)
-    ->Arg(2)
+BENCHMARK(BM_Pass)
+    ->ArgNames({"threads", "tv"})
+    ->ArgsProduct({{1, 2}, {0, 1}})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->MeasureProcessCPUTime();

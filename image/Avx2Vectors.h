@@ -51,9 +51,11 @@ struct Avx2Vectors : SseVectors {
     static __m256 both(__m256 a, __m256 b) { return _mm256_and_ps(a, b); }
     static __m256d both(__m256d a, __m256d b) { return _mm256_and_pd(a, b); }
     /// Lanes of all bits set where the comparison holds, clear elsewhere.
+    static __m256 greater(__m256 a, __m256 b) { return _mm256_cmp_ps(a, b, _CMP_GT_OQ); }
     static __m256d greater(__m256d a, __m256d b) { return _mm256_cmp_pd(a, b, _CMP_GT_OQ); }
     static __m256d atMost(__m256d a, __m256d b) { return _mm256_cmp_pd(a, b, _CMP_LE_OQ); }
     /// The lanes' sign bits, lane 0 lowest.
+    static unsigned signs(__m256 v) { return unsigned(_mm256_movemask_ps(v)); }
     static unsigned signs(__m256d v) { return unsigned(_mm256_movemask_pd(v)); }
 
     /// Floats 0 .. 3.

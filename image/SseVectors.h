@@ -43,9 +43,11 @@ struct SseVectors {
     static __m128 both(__m128 a, __m128 b) { return _mm_and_ps(a, b); }
     static __m128d both(__m128d a, __m128d b) { return _mm_and_pd(a, b); }
     /// Lanes of all bits set where the comparison holds, clear elsewhere.
+    static __m128 greater(__m128 a, __m128 b) { return _mm_cmpgt_ps(a, b); }
     static __m128d greater(__m128d a, __m128d b) { return _mm_cmpgt_pd(a, b); }
     static __m128d atMost(__m128d a, __m128d b) { return _mm_cmple_pd(a, b); }
     /// The lanes' sign bits, lane 0 lowest.
+    static unsigned signs(__m128 v) { return unsigned(_mm_movemask_ps(v)); }
     static unsigned signs(__m128d v) { return unsigned(_mm_movemask_pd(v)); }
 
     /// Floats 0 and 1 as doubles.

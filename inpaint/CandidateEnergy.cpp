@@ -135,6 +135,15 @@ CandidateTotalVariation::CandidateTotalVariation(const ImageBuffer& image, int x
     m_constants = stencilGradients(image, x, y);
 }
 
+void CandidateTotalVariation::channelGradients(int c, float v,
+                                               float gradients[StencilPoints]) const {
+    assert(c >= 0 && c < 3);
+    unrolled<StencilPoints>([&](auto point) {
+        constexpr int s = decltype(point)::value;
+        gradients[s] = CandidateScorer<ScalarLanes>::gradient<s>(m_constants.at[s][c], v);
+    });
+}
+
 constinit const CandidateKernels scalarCandidateKernels = candidateKernelsFor<ScalarLanes>();
 constinit const CandidateKernels sseCandidateKernels = candidateKernelsFor<SseLanes>();
 

@@ -113,6 +113,22 @@ class CandidateTotalVariation
     : public CandidateScores<StencilGradients, &CandidateKernels::totalVariation> {
 public:
     CandidateTotalVariation(const ImageBuffer& image, int x, int y);
+
+    /// The gradient magnitudes, stencil point by stencil point, that channel c of a candidate
+    /// adds to its score when its value is v: they depend on nothing else.
+    void channelGradients(int c, float v, float gradients[StencilPoints]) const;
+
+    /// The score of a candidate from the gradients of its channels 0-2 (channelGradients), to
+    /// the bit: added in the kernels' order.
+    static double fromGradients(const float* const gradients[3]) {
+        double total = 0.0;
+        for (int s = 0; s < StencilPoints; ++s) {
+            for (int c = 0; c < 3; ++c) {
+                total += static_cast<double>(gradients[c][s]);
+            }
+        }
+        return total;
+    }
 };
 
 }  // namespace quorblen::detail

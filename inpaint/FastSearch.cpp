@@ -7,7 +7,9 @@ namespace quorblen::detail {
 
 CandidateMap::CandidateMap(const ImageBuffer& source, const ImageBuffer& bounds, int maskChannel,
                            int r)
-    : m_height(bounds.height), m_flags(std::size_t(bounds.width) * std::size_t(bounds.height), 0) {
+    // lanes() reads up to LaneBlock - 1 flags past the last column.
+    : m_height(bounds.height),
+      m_flags(std::size_t(bounds.width) * std::size_t(bounds.height) + LaneBlock, 0) {
     assert(maskChannel >= 0 && maskChannel < source.channels);
     assert(source.width >= bounds.width && source.height >= bounds.height);
     for (int x = 1; x < bounds.width - 1; ++x) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -119,6 +120,20 @@ public:
     const std::uint8_t* column(int x) const {
         return m_flags.data() + std::ptrdiff_t(x) * m_height;
     }
+    /// The flags of rows y .. min(y + LaneBlock - 1, last) of column x as the bits of a lane
+    /// mask (bit k for row y + k), for y < height.
+    unsigned lanes(int x, int y, int last) const {
+        static_assert(LaneBlock == 8, "one flag a byte of a 64-bit word");
+        std::uint64_t word;
+        std::memcpy(&word, column(x) + y, sizeof word);
+        if constexpr (std::endian::native == std::endian::big) {
+            word = __builtin_bswap64(word);
+        }
+        // Flag k (0 or 1, at bit 8k) lands at bit 56 + k; every other product falls on a bit
+        // of its own elsewhere, so nothing carries.
+        const unsigned bits = unsigned((word * 0x0102040810204080u) >> 56);
+        return last - y >= LaneBlock - 1 ? bits : bits & ((1u << (last - y + 1)) - 1);
+    }
     bool any() const { return m_any; }
 
 private:
@@ -221,14 +236,12 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
         while (first <= window.y1 && !flags[first]) {
             ++first;
         }
-        unsigned live = 0;
-        for (int k = 0; k < LaneBlock && first + k <= window.y1; ++k) {
-            live |= unsigned(flags[first + k]) << k;
-        }
+        const unsigned live =
+            first <= window.y1 ? source.candidates->lanes(seed.x, first, window.y1) : 0;
         if (live != 0) {
             double scores[LaneBlock];
             search.kernels.scoreBlock(target, *source.planes, source.planes->at(seed.x, first),
-                                      live, Unbounded, patchWeight, scores);
+                                      live, Unbounded, scores);
             for (int k = 0; k < LaneBlock; ++k) {
                 if (live >> k & 1u) {
                     shared.lower(total(0, scores[k], seed.x, first + k, seed.source, Unbounded));
@@ -236,6 +249,11 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
             }
         }
     }
+    // Per worker, the kept sum of its last bound, on cache lines of their own.
+    struct alignas(64) Kept {
+        KeptSum sum;
+    };
+    std::vector<Kept> kept(std::size_t(search.pool.size()), Kept{KeptSum(target, patchWeight)});
     return searchColumns(
         search.pool, window, x, y, sourceCount, start,
         [&](int worker, int cx, int s, RankedChoice& best) {
@@ -243,22 +261,21 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
             if (source.planes == nullptr) {
                 return;
             }
-            const std::uint8_t* flags = source.candidates->column(cx);
             double scores[LaneBlock];
             for (int cy = window.y0; cy <= window.y1;) {
-                if (!flags[cy]) {
-                    ++cy;
+                // Blocks start at a candidate: skip to the next one.
+                const unsigned live = source.candidates->lanes(cx, cy, window.y1);
+                if (!(live & 1u)) {
+                    cy += live == 0 ? LaneBlock : std::countr_zero(live);
                     continue;
                 }
-                unsigned live = 0;
-                for (int k = 0; k < LaneBlock && cy + k <= window.y1; ++k) {
-                    live |= unsigned(flags[cy + k]) << k;
-                }
                 const double bound = boundNow();
-                search.kernels.scoreBlock(target, *source.planes, source.planes->at(cx, cy), live,
-                                          bound, patchWeight, scores);
-                for (int k = 0; k < LaneBlock; ++k) {
-                    if (!(live >> k & 1u) || std::isnan(scores[k])) {
+                const unsigned scored =
+                    search.kernels.scoreBlock(target, *source.planes, source.planes->at(cx, cy),
+                                              live, kept[std::size_t(worker)].sum(bound), scores);
+                for (unsigned lanes = scored; lanes != 0; lanes &= lanes - 1) {
+                    const int k = std::countr_zero(lanes);
+                    if (std::isnan(scores[k])) {
                         continue;
                     }
                     const double score = total(worker, scores[k], cx, cy + k, s, bound);
@@ -277,7 +294,8 @@ Choice searchPatches(const PatchSearch& search, int x, int y, const PatchTarget&
 /// sources[s]: planes 0-2 its colour, plane 3 the channel whose value must pass
 /// eligible(value); a null source offers nothing. energies(worker, colours, n, scores)
 /// scores n colours (3 floats each) of a column at once, writing only its worker's own
-/// state.
+/// state; it may score NaN a colour whose score is certainly above `start` or above a score
+/// it gave before in this search, which could not be chosen.
 template <class Eligible, class Energies>
 Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y, int radius,
                       int margin, std::span<const ColumnPlanes* const> sources, double start,
@@ -294,8 +312,8 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
     };
     std::vector<Column> columns(std::size_t(pool.size()));
     for (Column& c : columns) {
-        c.rows.reserve(rows);
-        c.colours.reserve(3 * rows);
+        c.rows.resize(rows);
+        c.colours.resize(3 * rows);
         c.scores.resize(rows);
     }
     return searchColumns(
@@ -310,8 +328,9 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
                 planes[k] = from.plane(k) + column;
             }
             Column& c = columns[std::size_t(worker)];
-            c.rows.clear();
-            c.colours.clear();
+            int* const kept = c.rows.data();
+            float* const colours = c.colours.data();
+            std::size_t n = 0;
             // A candidate of the same colour bits as the last one scores the same and comes
             // later: it can neither win nor tie for the choice.
             for (int cy = window.y0; cy <= window.y1; ++cy) {
@@ -319,16 +338,16 @@ Choice searchByEnergy(WorkerPool& pool, const ImageBuffer& bounds, int x, int y,
                     continue;
                 }
                 const float colour[3] = {planes[0][cy], planes[1][cy], planes[2][cy]};
-                if (!c.rows.empty() &&
-                    std::memcmp(colour, &c.colours[c.colours.size() - 3], sizeof colour) == 0) {
+                float* const next = colours + 3 * n;
+                if (n != 0 && std::memcmp(colour, next - 3, sizeof colour) == 0) {
                     continue;
                 }
-                c.rows.push_back(cy);
-                c.colours.insert(c.colours.end(), colour, colour + 3);
+                std::memcpy(next, colour, sizeof colour);
+                kept[n++] = cy;
             }
-            energies(worker, c.colours.data(), c.rows.size(), c.scores.data());
-            for (std::size_t i = 0; i < c.rows.size(); ++i) {
-                const int cy = c.rows[i];
+            energies(worker, colours, n, c.scores.data());
+            for (std::size_t i = 0; i < n; ++i) {
+                const int cy = kept[i];
                 best.offer(c.scores[i], cx, cy, s,
                            [&] { return visitingOrder(window, cx, cy, s, count); });
             }

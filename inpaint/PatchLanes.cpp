@@ -3,7 +3,11 @@
 #include "inpaint/PatchLanes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
+#include <cmath>
+#include <cstdint>
+#include <limits>
 
 #include "image/SseVectors.h"
 #include "inpaint/FillPixels.h"
@@ -14,6 +18,10 @@ namespace quorblen::detail {
 namespace {
 
 struct SseLanes : SseVectors {
+    /// Four flags of 0 or -1 as the bits of four floats.
+    static Floats flagsAsFloats(const std::int32_t* p) {
+        return _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    }
     /// Two flags of 0 or -1, each repeated to fill its lane's 64 bits.
     static Doubles loadMask(const std::int32_t* p) {
         const __m128i flags = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
@@ -107,6 +115,41 @@ void PatchPlanes::refresh(const ImageBuffer& image, int x, int y) {
     }
 }
 
+double keptSum(const PatchTarget& target, double bound, double patchWeight) {
+    constexpr double Infinite = std::numeric_limits<double>::infinity();
+    const double full = target.fullWeightSum;
+    // The kernels' old test. With full > 0.0 and patchWeight > 0.0 it is monotone in s, as
+    // rounding to nearest is: once it holds for a sum it holds for every larger one.
+    const auto drops = [&](double s) { return s / full * patchWeight > bound; };
+    if (!target.growing || !(full > 0.0) || !(patchWeight > 0.0) || !drops(Infinite)) {
+        return Infinite;
+    }
+    if (drops(0.0)) {
+        return -std::numeric_limits<double>::denorm_min();
+    }
+    // Doubles from +0.0 to +inf order as their bit patterns: bisect the patterns between a
+    // kept sum (lo) and a dropped one (hi), first narrowed around the inverse of the test.
+    using Bits = std::uint64_t;
+    Bits lo = std::bit_cast<Bits>(0.0);
+    Bits hi = std::bit_cast<Bits>(Infinite);
+    const double guess = bound / patchWeight * full;
+    if (guess >= 0.0 && guess < Infinite) {
+        constexpr Bits Near = 4;
+        const Bits at = std::bit_cast<Bits>(guess);
+        if (at > lo + Near && !drops(std::bit_cast<double>(at - Near))) {
+            lo = at - Near;
+        }
+        if (at + Near < hi && drops(std::bit_cast<double>(at + Near))) {
+            hi = at + Near;
+        }
+    }
+    while (hi - lo > 1) {
+        const Bits mid = lo + (hi - lo) / 2;
+        (drops(std::bit_cast<double>(mid)) ? hi : lo) = mid;
+    }
+    return std::bit_cast<double>(lo);
+}
+
 PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::ptrdiff_t step) {
     assert(target.channels > AlphaChannel && keepsMargin(target, x, y, r));
     // The order and arithmetic of patchDistance: column offset outer, row offset inner.
@@ -132,6 +175,28 @@ PatchTarget::PatchTarget(const ImageBuffer& target, int x, int y, int r, std::pt
     }
     for (int end = PairsPerCheck; end < int(offset.size()) + PairsPerCheck; end += PairsPerCheck) {
         checkpoints.push_back(std::min(end, int(offset.size())));
+    }
+    // Only a growing target is pruned, and only its weights are all numbers to sort.
+    if (!growing || offset.size() > HeavyPairs::MaxPairs) {
+        return;
+    }
+    std::vector<std::size_t> order(offset.size());
+    for (std::size_t p = 0; p < order.size(); ++p) {
+        order[p] = p;
+    }
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return weight[a] > weight[b] || (weight[a] == weight[b] && a < b);
+    });
+    for (const std::size_t p : order) {
+        float w = static_cast<float>(weight[p]);
+        if (static_cast<double>(w) > weight[p]) {
+            w = std::nextafter(w, 0.0f);
+        }
+        heavy.offset.push_back(offset[p]);
+        heavy.weight.push_back(w);
+        for (int c = 0; c < 3; ++c) {
+            heavy.colour[c].push_back(colour[c][p]);
+        }
     }
 }
 

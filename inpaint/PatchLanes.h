@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 #include "image/ImageBuffer.h"
@@ -54,6 +55,20 @@ private:
     std::vector<std::uint8_t> m_complete;
 };
 
+/// A target's pairs heaviest first, for the kernels' lower bound in single precision: the
+/// offsets, the weights rounded down to floats and the colours. Empty for a target that does
+/// not grow, and for more than MaxPairs pairs, which the bound's error analysis does not
+/// cover.
+struct HeavyPairs {
+    static constexpr std::size_t MaxPairs = 1024;
+    /// How many pairs the bound adds between two looks at the limit.
+    static constexpr int PerCheck = 2;
+
+    std::vector<std::ptrdiff_t> offset;
+    std::vector<float> weight;
+    std::vector<float> colour[3];
+};
+
 /// The patch of the pixel being filled, as every candidate's comparison uses it: the pairs
 /// that count on the target's side (alpha not approxEqual to 1.0) in the order the sums take
 /// them, each with its weight, its colour and the offset of the candidate's pixel from the
@@ -69,20 +84,50 @@ struct PatchTarget {
     std::vector<int> checkpoints;
     /// The weight sum of a candidate that knows every pixel: each weight added three times.
     double fullWeightSum = 0.0;
+    /// The pairs again, heaviest first.
+    HeavyPairs heavy;
     /// Whether every weight is a number above TinyWeightSum, so that the sums only grow pair
     /// by pair and a weight sum that counts a pair is never tiny.
     bool growing = true;
+};
+
+/// The largest running sum a block of `target` keeps against `bound`: for every sum s >= +0.0
+/// (or NaN), s > keptSum(target, bound, patchWeight) exactly when
+/// fl(fl(s / target.fullWeightSum) * patchWeight) > bound, the test that drops a lane. +inf
+/// when no sum may be dropped: the target does not grow, the bound is infinite or NaN, or
+/// patchWeight is not above 0.0.
+double keptSum(const PatchTarget& target, double bound, double patchWeight);
+
+/// keptSum of one target for the bound of the moment, worked out again when the bound moves.
+class KeptSum {
+public:
+    KeptSum(const PatchTarget& target, double patchWeight)
+        : m_target(target), m_patchWeight(patchWeight) {}
+    double operator()(double bound) {
+        if (!(bound == m_bound)) {
+            m_bound = bound;
+            m_kept = keptSum(m_target, bound, m_patchWeight);
+        }
+        return m_kept;
+    }
+
+private:
+    const PatchTarget& m_target;
+    double m_patchWeight;
+    double m_bound = std::numeric_limits<double>::quiet_NaN();
+    double m_kept = 0.0;
 };
 
 /// The lane kernels of one instruction set; every set gives the same bits.
 struct PatchLaneKernels {
     /// Writes to scores[k] the patch distance (patchDistance, 0.0 when no pair counts) of the
     /// candidate centred `k` rows below `centre` (a position in `planes`) for every bit k of
-    /// `live`, and NaN for the other lanes. When `target.growing`, a lane may instead get NaN
-    /// as soon as its distance is known to give distance * patchWeight above `bound`: pass
-    /// an infinite bound to have every distance. Lane 0 must be live.
-    void (*scoreBlock)(const PatchTarget& target, const PatchPlanes& planes, std::ptrdiff_t centre,
-                       unsigned live, double bound, double patchWeight, double* scores);
+    /// `live`, and NaN for the other lanes. A lane may instead get NaN as soon as its running
+    /// sum passes `kept` (keptSum of the bound its distance * patchWeight must not pass): pass
+    /// +inf to have every distance. Lane 0 must be live. Returns the lanes not given NaN for
+    /// being dropped or not live (a score may still be NaN).
+    unsigned (*scoreBlock)(const PatchTarget& target, const PatchPlanes& planes,
+                           std::ptrdiff_t centre, unsigned live, double kept, double* scores);
 };
 
 extern const PatchLaneKernels ssePatchLanes;

@@ -7,6 +7,10 @@ namespace quorblen::detail {
 namespace {
 
 struct Avx2Lanes : Avx2Vectors {
+    /// Eight flags of 0 or -1 as the bits of eight floats.
+    static Floats flagsAsFloats(const std::int32_t* p) {
+        return _mm256_castsi256_ps(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+    }
     /// Four flags of 0 or -1, widened to the lanes' 64 bits.
     static Doubles loadMask(const std::int32_t* p) {
         const __m128i flags = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));

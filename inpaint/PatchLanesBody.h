@@ -2,6 +2,7 @@
 // operations; included by one translation unit per instruction set.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -58,8 +59,23 @@ struct BlockLanes {
     static Floats set(float value) {
         return fill<Floats>([value](std::size_t) { return V::set(value); });
     }
+    static Floats add(Floats a, Floats b) { return each<Floats>(V::add, a, b); }
     static Floats sub(Floats a, Floats b) { return each<Floats>(V::sub, a, b); }
     static Floats mul(Floats a, Floats b) { return each<Floats>(V::mul, a, b); }
+    /// a where the flags at p (0 or -1 each) are set, +0.0f elsewhere.
+    static Floats masked(Floats a, const std::int32_t* p) {
+        return each<Floats>(V::both, a, fill<Floats>([p](std::size_t i) {
+                                return V::flagsAsFloats(p + V::FloatLanes * i);
+                            }));
+    }
+    static unsigned greater(Floats a, Floats b) {
+        const Floats m = each<Floats>(V::greater, a, b);
+        unsigned bits = 0;
+        for (int i = 0; i < FloatVectors; ++i) {
+            bits |= V::signs(m.v[i]) << (V::FloatLanes * i);
+        }
+        return bits;
+    }
     static Doubles widen(Floats f) {
         return fill<Doubles>([&f](std::size_t i) {
             return i % 2 == 0 ? V::widenLow(f.v[i / 2]) : V::widenHigh(f.v[i / 2]);
@@ -97,6 +113,44 @@ struct BlockLanes {
 /// Every lane of a block.
 inline constexpr unsigned AllLanes = (1u << LaneBlock) - 1;
 
+/// The lanes of a block whose single-precision lower bound (scoreBlockWith) passes `kept`,
+/// kept >= 0.0; looks no further once every lane of `live` has.
+template <class V>
+unsigned boundBlock(const PatchTarget& t, const float* const* colour, const std::int32_t* known,
+                    unsigned live, bool allComplete, double kept) {
+    using L = BlockLanes<V>;
+    using F = typename L::Floats;
+    const HeavyPairs& heavy = t.heavy;
+    const std::size_t pairs = heavy.offset.size();
+    // Rounded up to a float: the float limit is at least the double one.
+    const double margin = (kept + double(pairs) * 0x1p-147) * (1.0 + 0x1p-10);
+    float rounded = static_cast<float>(margin);
+    if (static_cast<double>(rounded) < margin) {
+        rounded = std::nextafter(rounded, std::numeric_limits<float>::infinity());
+    }
+    const F limit = L::set(rounded);
+    F bound = L::set(0.0f);
+    unsigned above = 0;
+    for (std::size_t p = 0; p < pairs;) {
+        const std::size_t end = std::min(pairs, p + std::size_t(HeavyPairs::PerCheck));
+        for (; p < end; ++p) {
+            const std::ptrdiff_t o = heavy.offset[p];
+            F sq[3];
+            for (int c = 0; c < 3; ++c) {
+                const F delta = L::sub(L::set(heavy.colour[c][p]), L::load(colour[c] + o));
+                sq[c] = L::mul(delta, delta);
+            }
+            F term = L::mul(L::add(L::add(sq[0], sq[1]), sq[2]), L::set(heavy.weight[p]));
+            bound = L::add(bound, allComplete ? term : L::masked(term, known + o));
+        }
+        above = L::greater(bound, limit);
+        if ((above & live) == live) {
+            break;
+        }
+    }
+    return above;
+}
+
 /// Each lane repeats patchDistance's operations on its candidate in their order: the float
 /// difference and square, widened, times the pair's weight, added to the lane's sum; a pair
 /// the candidate does not know adds +0.0 instead, which leaves a sum unchanged (a sum
@@ -113,15 +167,30 @@ inline constexpr unsigned AllLanes = (1u << LaneBlock) - 1;
 ///   patchWeight >= 0.
 /// Once fl(fl(partial / W) * patchWeight) > bound, the lane's distance * patchWeight is above
 /// bound, and so is its score when the rest of the score is >= 0: it can neither win nor tie
-/// with the candidate that scored `bound`. A lane that counts no pair has a sum of +0.0 and a
-/// score (0.0, or 0.0 plus the rest) >= 0.0 = fl(0.0 / W): dropped, it was above the bound too.
+/// with the candidate that scored `bound`. The kernel tests partial > kept instead, the same
+/// test by keptSum's contract, without a division. A lane that counts no pair has a sum of +0.0 and
+/// a score (0.0, or 0.0 plus the rest) >= 0.0 = fl(0.0 / W): dropped, it was above the bound too.
 /// A lane that counts a pair has a weight sum of at least that weight, above TinyWeightSum
 /// for a growing target, so it is never scored 0.0 for a tiny weight sum.
 /// Only lanes that last to the end need their own weight sum, and only those whose patch has
 /// an unknown pixel need it computed.
+///
+/// Before the sums in double, a lower bound in single precision drops most lanes at a quarter
+/// of the cost: F adds fl(fl(sq0 + sq1 + sq2) * wf) pair by pair, heaviest pairs first, where
+/// sq_c = fl(delta_c * delta_c) are the very floats the exact sum widens (+0.0f where the lane
+/// does not know the pixel) and wf <= w. Each term and partial sum of F passes through at most
+/// n + 2 roundings (n pairs, n <= HeavyPairs::MaxPairs = 2^10), each a factor of at most
+/// 1 + 2^-24, or for a product below the normal floats a gain of at most 2^-150 (sums of such
+/// are exact), so F <= E (1 + 2^-13) + n 2^-149, E the exact sum of sq * w over the pairs F
+/// has added. The exact sum S, over every pair in order, is at least E (1 - 2^-40) - 3n 2^-1075
+/// (through at most 3n + 1 roundings a factor of at least 1 - 2^-53 each, or a loss of 2^-1075
+/// for a product below the normal doubles). So for kept >= 0, F above the float at or above
+/// (kept + n 2^-147) (1 + 2^-10) gives S > kept: the lane would be dropped by the exact test at
+/// its end if not before. The double roundings of that limit are lost in the slack between
+/// 2^-10 and 2^-13. A NaN in F drops nothing.
 template <class V>
-void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdiff_t centre,
-                    unsigned live, double bound, double patchWeight, double* scores) {
+unsigned scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdiff_t centre,
+                        unsigned live, double kept, double* scores) {
     using L = BlockLanes<V>;
     using D = typename L::Doubles;
     const float* colour[3] = {planes.colour(0) + centre, planes.colour(1) + centre,
@@ -139,9 +208,8 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
 
     D sum = L::set(0.0);
     unsigned alive = live;
-    const bool prune = t.growing && !(bound == std::numeric_limits<double>::infinity());
-    const D limit = L::set(bound);
-    const D scale = L::set(patchWeight);
+    const bool prune = !(kept == std::numeric_limits<double>::infinity());
+    const D limit = L::set(kept);
     const D full = L::set(t.fullWeightSum);
     const auto addPairs = [&]<bool Masked>(std::size_t from, std::size_t to) {
         for (std::size_t p = from; p < to; ++p) {
@@ -155,6 +223,13 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
             }
         }
     };
+    if (prune && kept >= 0.0 && !t.heavy.offset.empty()) {
+        alive &= ~boundBlock<V>(t, colour, known, live, allComplete, kept);
+        if (alive == 0) {
+            std::fill(scores, scores + LaneBlock, std::numeric_limits<double>::quiet_NaN());
+            return 0;
+        }
+    }
     std::size_t done = 0;
     for (const int end : t.checkpoints) {
         if (allComplete) {
@@ -164,7 +239,7 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
         }
         done = std::size_t(end);
         if (prune) {
-            alive &= ~L::greater(L::mul(L::div(sum, full), scale), limit);
+            alive &= ~L::greater(sum, limit);
             if (alive == 0) {
                 break;
             }
@@ -189,6 +264,7 @@ void scoreBlockWith(const PatchTarget& t, const PatchPlanes& planes, std::ptrdif
             scores[k] = 0.0;
         }
     }
+    return alive;
 }
 
 }  // namespace quorblen::detail

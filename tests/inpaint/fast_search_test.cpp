@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cmath>
 #include <random>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "inpaint/DiffusionKernels.h"
 #include "inpaint/EnergyTrials.h"
 #include "inpaint/FastSearch.h"
+#include "inpaint/PassThreads.h"
 #include "inpaint/PatchLanes.h"
 #include "tests/support/TestImages.h"
 #include "tv/RowKernels.h"
@@ -150,6 +152,113 @@ TEST(FastSearch, ChoosesWhatThePlainSearchChooses) {
                     }
                 }
             }
+        }
+    }
+}
+
+// keptSum stands in for the division test that drops a lane: the same answer for sums at,
+// around and far from the kept one, for ordinary, tiny, huge and negative bounds.
+TEST(FastSearch, KeptSumMatchesTheDivisionTest) {
+    std::mt19937 rng(5);
+    const ImageBuffer scene = randomScene(rng, 12, 12, 1000);
+    const PatchTarget target(scene, 6, 6, 3, 12);
+    ASSERT_TRUE(target.growing);
+    for (const double patchWeight : {1.0, 30.0, 1e-3}) {
+        for (const double bound : {0.0, 1e-300, 0.37, 0.5, 1e5, 1e300, -1.0}) {
+            const double kept = keptSum(target, bound, patchWeight);
+            for (const double s :
+                 {0.0, kept, std::nextafter(kept, 0.0), std::nextafter(kept, 1e308), kept * 0.999,
+                  kept * 1.001, 1.0, 1e-310}) {
+                if (!(s >= 0.0)) {
+                    continue;
+                }
+                EXPECT_EQ(s > kept, s / target.fullWeightSum * patchWeight > bound)
+                    << "bound " << bound << ", weight " << patchWeight << ", sum " << s;
+            }
+        }
+    }
+}
+
+// A block's lanes give patchScore to the bit, or NaN, and are not counted as scored, only
+// when the score times the weight is above the bound: bounds at each lane's own product (a tie must
+// not drop it) and an ulp either side, on scenes of many and of few colour levels.
+TEST(FastSearch, BlockDropsOnlyLanesAboveTheBound) {
+    std::mt19937 rng(23);
+    for (const int levels : {3, 1000}) {
+        const ImageBuffer scene = randomScene(rng, 30, 30, levels);
+        for (const int r : {1, 3}) {
+            const PatchPlanes planes(scene, 30, 30, r);
+            for (int trial = 0; trial < 20; ++trial) {
+                const int x = 4 + int(rng() % 22);
+                const int y = 4 + int(rng() % 22);
+                const int cx = 4 + int(rng() % 22);
+                const int cy = 4 + int(rng() % 14);
+                const PatchTarget target(scene, x, y, r, 30);
+                double exact[LaneBlock];
+                for (int k = 0; k < LaneBlock; ++k) {
+                    exact[k] = patchScore(scene, x, y, scene, cx, cy + k, r);
+                }
+                const double patchWeight = trial % 2 == 0 ? 1.0 : 30.0;
+                for (const PatchLaneKernels* kernels : laneKernels()) {
+                    for (int k = 0; k < LaneBlock; ++k) {
+                        const double tie = exact[k] * patchWeight;
+                        for (const double bound :
+                             {tie, std::nextafter(tie, 0.0), std::nextafter(tie, 1e308)}) {
+                            double scores[LaneBlock];
+                            const unsigned scored = kernels->scoreBlock(
+                                target, planes, planes.at(cx, cy), (1u << LaneBlock) - 1,
+                                keptSum(target, bound, patchWeight), scores);
+                            for (int j = 0; j < LaneBlock; ++j) {
+                                EXPECT_EQ(std::isnan(scores[j]), !(scored >> j & 1u));
+                                if (std::isnan(scores[j])) {
+                                    EXPECT_GT(exact[j] * patchWeight, bound) << "lane " << j;
+                                } else {
+                                    EXPECT_EQ(std::bit_cast<std::uint64_t>(scores[j]),
+                                              std::bit_cast<std::uint64_t>(exact[j]))
+                                        << "lane " << j;
+                                }
+                            }
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// The texture-TV pass, which scores from gradients kept per channel value and drops
+// candidates by a bound, fills as the plain search over localTotalVariation does, on scenes
+// of few levels (many shared values and ties) and of many, on one to three threads.
+TEST(FastSearch, TextureTVFillsAsThePlainSearch) {
+    std::mt19937 rng(31);
+    for (const int levels : {2, 5, 1000}) {
+        const ImageBuffer source = randomScene(rng, 24, 20, levels);
+        PixelList list;
+        for (std::uint32_t y = 2; y < 18; ++y) {
+            for (std::uint32_t x = 2; x < 22; x += 1 + rng() % 3) {
+                list.push_back({x, y, 0});
+            }
+        }
+        ImageBuffer expected(source);
+        ImageBuffer trial(source);
+        for (const PixelEntry& p : list) {
+            const int x = int(p.x);
+            const int y = int(p.y);
+            const Choice donor = searchCandidates(
+                source, x, y, 5, 0, 1, localTotalVariation(trial, x, y),
+                [&](int cx, int cy, int) { return sampleAt(source, cx, cy, 4) == 0.0f; },
+                [&](int cx, int cy, int) {
+                    copyColour(source, cx, cy, trial, x, y);
+                    return localTotalVariation(trial, x, y);
+                });
+            copyColour(source, donor.x, donor.y, trial, x, y);
+            copyColour(source, donor.x, donor.y, expected, x, y);
+        }
+        for (const int threads : {1, 2, 3}) {
+            WorkerPool pool(threads);
+            ImageBuffer out(source);
+            inpaintTextureTVOn(pool, source, out, 4, list, 5);
+            EXPECT_TRUE(test::sameImage(out, expected)) << levels << " levels, " << threads;
         }
     }
 }
