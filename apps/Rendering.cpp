@@ -103,10 +103,6 @@ void TerminalProgress::update(double fraction) {
     }
 }
 
-int threadCount(int threads) {
-    return threads > 0 ? threads : int(std::max(1u, std::thread::hardware_concurrency()));
-}
-
 host::RenderOptions renderOptions(int threads, host::ProgressSink* progress) {
     host::RenderOptions options;
     options.threads = threads;

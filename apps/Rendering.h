@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "host/Render.h"
+#include "image/ThreadCount.h"
 
 namespace quorblen::app {
 
@@ -56,9 +57,6 @@ private:
     struct Display;
     std::unique_ptr<Display> m_display;
 };
-
-/// `threads`, or one per core for 0.
-int threadCount(int threads);
 
 /// Render options for a command: `threads` threads, the interrupt flag of InterruptGuard and,
 /// when given, a progress sink.

@@ -59,10 +59,6 @@ void awaitChange(const std::atomic<T>& value, T old) {
 
 }  // namespace
 
-int threadCount(int threads) {
-    return threads > 0 ? threads : std::max(1, int(std::thread::hardware_concurrency()));
-}
-
 int threadsFor(int threads, std::size_t items, std::size_t least) {
     const std::size_t wanted = std::size_t(threadCount(threads));
     return int(std::max<std::size_t>(1, std::min(wanted, items / std::max<std::size_t>(least, 1))));

@@ -9,10 +9,9 @@
 #include <thread>
 #include <vector>
 
-namespace quorblen::detail {
+#include "image/ThreadCount.h"
 
-/// `threads` itself when positive, else one per core.
-int threadCount(int threads);
+namespace quorblen::detail {
 
 /// The threads a request for `threads` (0: one per core) gives `items` items of work, so that
 /// each thread has at least `least` items: at least 1.

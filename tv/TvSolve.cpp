@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "image/ThreadCount.h"
 #include "tv/RowKernels.h"
 #include "tv/TvSweep.h"
 #include "tv/TvUpscale.h"
@@ -304,9 +305,7 @@ bool tvUpscaleWith(const RowKernels& kernels, const ImageBuffer& reference, Imag
         enlargeNearest(reference, estimate);
         return true;
     }
-    const int threads = settings.threads > 0
-                            ? settings.threads
-                            : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    const int threads = threadCount(settings.threads);
     MonitorPoll poll(monitor, static_cast<long long>(w) * h * settings.iterations);
     // The first pass starts from the reference, which no tile writes, so tiles may overlap
     // and run in parallel. Later passes read the estimate the first one wrote and rewrite it
