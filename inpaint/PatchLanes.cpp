@@ -65,6 +65,7 @@ PatchPlanes::PatchPlanes(const ImageBuffer& image, int width, int height, int r)
     const std::size_t span = std::size_t(2 * r + 1);
     std::vector<int> below(std::size_t(height) + 1);
     std::vector<int> unknownAcross(span * std::size_t(height));
+    std::vector<int> unknown(static_cast<std::size_t>(height));
     const auto segments = [&](int x) {
         return unknownAcross.data() + std::size_t(x) % span * std::size_t(height);
     };
@@ -81,12 +82,16 @@ PatchPlanes::PatchPlanes(const ImageBuffer& image, int width, int height, int r)
         if (cx < r) {
             continue;
         }
-        for (int y = r; y < height - r; ++y) {
-            int unknown = 0;
-            for (int i = -r; i <= r; ++i) {
-                unknown += segments(cx + i)[y];
+        // The ring holds the 2r + 1 columns of centre column cx now, in some order.
+        std::fill(unknown.begin(), unknown.end(), 0);
+        for (std::size_t k = 0; k < span; ++k) {
+            const int* segment = unknownAcross.data() + k * std::size_t(height);
+            for (int y = r; y < height - r; ++y) {
+                unknown[std::size_t(y)] += segment[y];
             }
-            m_complete[std::size_t(at(cx, y))] = unknown == 0;
+        }
+        for (int y = r; y < height - r; ++y) {
+            m_complete[std::size_t(at(cx, y))] = unknown[std::size_t(y)] == 0;
         }
     }
 }
