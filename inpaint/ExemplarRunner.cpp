@@ -87,13 +87,15 @@ struct PassImages {
 /// Runs pass d of the exemplar `options.recipe` on `pool` and returns its largest colour
 /// change.
 double runPass(WorkerPool& pool, const PassImages& p, const RecipeOptions& o, int d) {
-    const bool forward = true;  // every pass starts its priority scans from the list's front
+    const bool forward = true;    // every pass starts its priority scans from the list's front
+    const bool fillInOut = true;  // `work` holds `before`: it serves as the passes' copy
     switch (o.recipe) {
         case InpaintRecipe::TextureTV:
-            return inpaintTextureTVOn(pool, p.before, p.work, WorkDonor, p.list, o.searchRadius);
+            return inpaintTextureTVOn(pool, p.before, p.work, WorkDonor, p.list, o.searchRadius,
+                                      fillInOut);
         case InpaintRecipe::Texture:
             return inpaintTextureSynthesisOn(pool, p.before, p.work, WorkDonor, p.list,
-                                             o.searchRadius, d, o.patchRadius, forward);
+                                             o.searchRadius, d, o.patchRadius, forward, fillInOut);
         case InpaintRecipe::ElasticaTexture:
             // Fills in place and puts the hole back at alpha 1: every pass refines every pixel.
             return inpaintElasticaTextureSynthesisOn(pool, p.before, p.work, WorkDonor, p.list,
@@ -113,11 +115,11 @@ double runPass(WorkerPool& pool, const PassImages& p, const RecipeOptions& o, in
         case InpaintRecipe::MultiSource:
             return inpaintMultiSourceSynthesisOn(pool, p.extra1, p.extra2, p.before, p.work,
                                                  WorkDonor, p.list, o.searchRadius, o.patchRadius,
-                                                 forward, d);
+                                                 forward, d, fillInOut);
         case InpaintRecipe::Fallback:
             return inpaintSynthesisElasticaFallbackOn(
                 pool, p.extra1, p.extra2, p.before, p.work, WorkDonor, p.list, o.searchRadius,
-                o.patchRadius, forward, o.epsilon, o.curvatureWeight, d);
+                o.patchRadius, forward, o.epsilon, o.curvatureWeight, d, fillInOut);
         default:
             assert(false && "not an exemplar recipe");
             return 0.0;

@@ -22,16 +22,17 @@ using namespace detail;
 class ThreeSourcePass {
 public:
     /// The pass fills the entries of pix_list whose alpha passes atLevel(alpha), its searches
-    /// running on `pool`. `epsilon` and `curvatureWeight` serve the elastica-scored passes,
-    /// which also need the energy copy.
+    /// running on `pool`. The fills go to `*fillIn` when given, which holds `src` on entry,
+    /// else to a copy of `src`. `epsilon` and `curvatureWeight` serve the elastica-scored
+    /// passes.
     ThreeSourcePass(WorkerPool& pool, const ImageBuffer& src, const ImageBuffer& extraSrc1,
                     const ImageBuffer& extraSrc2, const PixelList& pix_list,
                     std::function<bool(float)> atLevel, int maskChannel, int patchRadius,
-                    int searchRadius, bool withEnergy, double epsilon = 0.0,
+                    int searchRadius, ImageBuffer* fillIn, double epsilon = 0.0,
                     double curvatureWeight = 0.0)
-        : fill(src),
+        : m_copy(fillIn != nullptr ? ImageBuffer() : src),
+          fill(fillIn != nullptr ? *fillIn : m_copy),
           steps(fill, pix_list, std::move(atLevel)),
-          energy(withEnergy ? src : ImageBuffer()),
           colour{&src, &extraSrc1, &extraSrc2},
           compare{&fill, &extraSrc1, &extraSrc2},
           trials(pool.size(), epsilon, curvatureWeight),
@@ -56,12 +57,15 @@ public:
         }
     }
 
-    /// Holds the fills and alphas of the pass; source 0 is compared on it.
-    ImageBuffer fill;
+private:
+    ImageBuffer m_copy;  // the fill copy when the pass owns it
+
+public:
+    /// Holds the fills and alphas of the pass; source 0 is compared on it, and the elastica
+    /// energy, which reads colours only, is taken on it.
+    ImageBuffer& fill;
     /// The steps, in the fill order over the fill copy's alphas, which are written through it.
     PassState steps;
-    /// Where the elastica-scored passes try candidate colours; empty otherwise.
-    ImageBuffer energy;
     /// The sources in their order, and the image each is compared on.
     std::array<const ImageBuffer*, 3> colour;
     std::array<const ImageBuffer*, 3> compare;
@@ -93,7 +97,7 @@ public:
     /// The candidate of lowest distance * patchWeight + energy at the pixel being filled with
     /// its colour, below the energy of the present colour plus 100000.
     Choice bestWeighted(double patchWeight) {
-        trials.load(energy, int(steps.x), int(steps.y));
+        trials.load(fill, int(steps.x), int(steps.y));
         const bool prunable = elasticaPrunable(patchWeight, m_curvatureWeight);
         return searchPatch(probe().current() + 100000.0, patchWeight, prunable,
                            [&](int worker, const float* c) { return trials.energy(worker, c); });
@@ -116,7 +120,7 @@ public:
             }
             m_columnsMade = true;
         }
-        trials.load(energy, x, y);
+        trials.load(fill, x, y);
         return searchByEnergy(
             m_pool, src(), x, y, m_searchRadius, 1, m_columns, probe().current(),
             [](float mask) { return mask == 0.0f; },
@@ -137,32 +141,32 @@ public:
         return false;
     }
 
-    /// The elastica energy at the pixel being filled, in the energy copy.
+    /// The elastica energy at the pixel being filled.
     EnergyProbe probe() {
-        return EnergyProbe(energy, steps.x, steps.y, m_epsilon, m_curvatureWeight);
+        return EnergyProbe(fill, steps.x, steps.y, m_epsilon, m_curvatureWeight);
     }
 
     /// Writes the colour of `choice` at the pixel being filled into the fill copy (with alpha
-    /// `alpha`), the energy copy when there is one, and `out` (with the alpha too when
-    /// `markOut`), and tracks the change against `src`.
+    /// `alpha`) and `out` when it is not the fill copy (with the alpha too when `markOut`, as
+    /// it must be for the fill copy), and tracks the change against `src`.
     void apply(const Choice& choice, float alpha, ImageBuffer& out, bool markOut) {
+        assert(markOut || &out != &fill);
         const ImageBuffer& from = *colour[static_cast<std::size_t>(choice.source)];
         copyColour(from, choice.x, choice.y, fill, steps.x, steps.y);
         steps.setAlpha(fill, alpha);
         if (m_sources[0].planes != nullptr) {
             m_planes[0].refresh(fill, int(steps.x), int(steps.y));
         }
-        if (energy.data != nullptr) {
-            copyColour(from, choice.x, choice.y, energy, steps.x, steps.y);
-        }
-        copyColour(from, choice.x, choice.y, out, steps.x, steps.y);
-        if (markOut) {
-            setAlpha(out, steps.x, steps.y, alpha);
+        if (&out != &fill) {
+            copyColour(from, choice.x, choice.y, out, steps.x, steps.y);
+            if (markOut) {
+                setAlpha(out, steps.x, steps.y, alpha);
+            }
         }
         steps.record(src(), from, choice);
     }
 
-    /// Each worker's copy of the neighbourhood of the pixel being filled in the energy copy.
+    /// Each worker's copy of the neighbourhood of the pixel being filled in the fill copy.
     EnergyTrials trials;
 
 private:
@@ -224,11 +228,11 @@ double inpaintMultiSourceSynthesisOn(WorkerPool& pool, const ImageBuffer& extraS
                                      const ImageBuffer& extraSrc2, const ImageBuffer& src,
                                      ImageBuffer& out, int maskChannel, const PixelList& pix_list,
                                      int searchRadius, int patchRadius, bool forward,
-                                     double iteration) {
+                                     double iteration, bool fillInOut) {
     assert(covers(out, src, AlphaChannel + 1));
     ThreeSourcePass pass(pool, src, extraSrc1, extraSrc2, pix_list,
                          approxLevel(alphaLevel(iteration)), maskChannel, patchRadius, searchRadius,
-                         false);
+                         fillInOut ? &out : nullptr);
     const float levelOut = alphaLevel(iteration + 1.0);
     bool picked = false;
     int source = 0;
@@ -259,13 +263,14 @@ double inpaintWeightedElasticaSynthesisOn(WorkerPool& pool, const ImageBuffer& e
     assert(covers(out, src, 3));
     ThreeSourcePass pass(
         pool, src, extraSrc1, extraSrc2, pix_list, [](float alpha) { return alpha == 1.0f; },
-        maskChannel, patchRadius, searchRadius, true, epsilon, curvatureWeight);
+        maskChannel, patchRadius, searchRadius, nullptr, epsilon, curvatureWeight);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.steps.next(forward)) {
             break;
         }
         pass.assertMargin(2);
-        // Colours are tried in copies of the energy copy, which no patch distance reads.
+        // Colours are tried in the workers' copies of the fill copy's neighbourhood, which no
+        // patch distance reads.
         pass.apply(pass.bestWeighted(patchWeight), 0.5f, out, false);
     }
     return pass.steps.tally.maxChange;
@@ -276,13 +281,14 @@ double inpaintSynthesisElasticaFallbackOn(WorkerPool& pool, const ImageBuffer& e
                                           ImageBuffer& out, int maskChannel,
                                           const PixelList& pix_list, int searchRadius,
                                           int patchRadius, bool forward, double epsilon,
-                                          double curvatureWeight, double iteration) {
+                                          double curvatureWeight, double iteration,
+                                          bool fillInOut) {
     // A best patch this close is taken as it is; above it single pixels may lower the energy.
     constexpr double CloseMatch = 0.0005;
     assert(covers(out, src, AlphaChannel + 1));
     ThreeSourcePass pass(pool, src, extraSrc1, extraSrc2, pix_list,
                          approxLevel(alphaLevel(iteration)), maskChannel, patchRadius, searchRadius,
-                         true, epsilon, curvatureWeight);
+                         fillInOut ? &out : nullptr, epsilon, curvatureWeight);
     const float levelOut = alphaLevel(iteration + 1.0);
     for (std::size_t step = 0; step < pix_list.size(); ++step, forward = !forward) {
         if (!pass.steps.next(forward)) {

@@ -61,25 +61,37 @@ PatchPlanes::PatchPlanes(const ImageBuffer& image, int width, int height, int r)
         }
     }
     // Unknown pixels counted over every column segment: each centre's patch in 2r + 1 reads.
+    // Only the 2r + 1 columns around the centre column are kept, in a ring.
+    const std::size_t span = std::size_t(2 * r + 1);
     std::vector<int> below(std::size_t(height) + 1);
-    std::vector<int> unknownAcross(std::size_t(width) * std::size_t(height), 0);
+    std::vector<int> unknownAcross(span * std::size_t(height));
+    std::vector<int> unknown(static_cast<std::size_t>(height));
+    const auto segments = [&](int x) {
+        return unknownAcross.data() + std::size_t(x) % span * std::size_t(height);
+    };
     for (int x = 0; x < width; ++x) {
         for (int y = 0; y < height; ++y) {
             below[std::size_t(y) + 1] =
                 below[std::size_t(y)] + (m_known[std::size_t(at(x, y))] == 0);
         }
+        int* column = segments(x);
         for (int y = r; y < height - r; ++y) {
-            unknownAcross[std::size_t(at(x, y))] =
-                below[std::size_t(y + r + 1)] - below[std::size_t(y - r)];
+            column[y] = below[std::size_t(y + r + 1)] - below[std::size_t(y - r)];
         }
-    }
-    for (int x = r; x < width - r; ++x) {
-        for (int y = r; y < height - r; ++y) {
-            int unknown = 0;
-            for (int i = -r; i <= r; ++i) {
-                unknown += unknownAcross[std::size_t(at(x + i, y))];
+        const int cx = x - r;
+        if (cx < r) {
+            continue;
+        }
+        // The ring holds the 2r + 1 columns of centre column cx now, in some order.
+        std::fill(unknown.begin(), unknown.end(), 0);
+        for (std::size_t k = 0; k < span; ++k) {
+            const int* segment = unknownAcross.data() + k * std::size_t(height);
+            for (int y = r; y < height - r; ++y) {
+                unknown[std::size_t(y)] += segment[y];
             }
-            m_complete[std::size_t(at(x, y))] = unknown == 0;
+        }
+        for (int y = r; y < height - r; ++y) {
+            m_complete[std::size_t(at(cx, y))] = unknown[std::size_t(y)] == 0;
         }
     }
 }

@@ -22,7 +22,7 @@ namespace detail {
 
 double inpaintTextureSynthesisOn(WorkerPool& pool, const ImageBuffer& src, ImageBuffer& out,
                                  int maskChannel, const PixelList& pix_list, int searchRadius,
-                                 double iteration, int patchRadius, bool forward) {
+                                 double iteration, int patchRadius, bool forward, bool fillInOut) {
     if (lacksAlpha(src)) {
         return -1.0;
     }
@@ -30,7 +30,8 @@ double inpaintTextureSynthesisOn(WorkerPool& pool, const ImageBuffer& src, Image
     assert(out.width == src.width && out.height == src.height && out.channels > AlphaChannel);
     // Priorities, levels and patches are read from the copy, which holds every fill at once;
     // colours always come from `src`.
-    ImageBuffer fill(src);
+    ImageBuffer copy = fillInOut ? ImageBuffer() : src;
+    ImageBuffer& fill = fillInOut ? out : copy;
     const float levelOut = alphaLevel(iteration + 1.0);
     PassState pass(fill, pix_list, approxLevel(alphaLevel(iteration)));
     // The candidates are those of `src`, which the pass does not write.
@@ -53,8 +54,10 @@ double inpaintTextureSynthesisOn(WorkerPool& pool, const ImageBuffer& src, Image
         copyColour(src, match.x, match.y, fill, x, y);
         pass.setAlpha(fill, levelOut);
         planes.refresh(fill, x, y);
-        copyColour(src, match.x, match.y, out, x, y);
-        setAlpha(out, x, y, levelOut);
+        if (!fillInOut) {
+            copyColour(src, match.x, match.y, out, x, y);
+            setAlpha(out, x, y, levelOut);
+        }
         pass.record(src, src, match);
     }
     pass.tally.report("inpaintTextureSynthesis", pix_list.size());

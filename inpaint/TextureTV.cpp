@@ -112,11 +112,13 @@ private:
 }  // namespace
 
 double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuffer& output,
-                          int maskChannel, const PixelList& pix_list, int searchRadius) {
+                          int maskChannel, const PixelList& pix_list, int searchRadius,
+                          bool fillInOut) {
     assert(source.channels >= 3 && maskChannel >= 0 && maskChannel < source.channels);
     assert(output.width == source.width && output.height == source.height && output.channels >= 3);
     // Candidates are judged in `trial`, where the chosen colours stay for the later entries.
-    ImageBuffer trial(source);
+    ImageBuffer copy = fillInOut ? ImageBuffer() : source;
+    ImageBuffer& trial = fillInOut ? output : copy;
     // Candidates are read from `source` column by column: its colour and mask.
     const ColumnPlanes planes(source, source.width, source.height, {0, 1, 2, maskChannel});
     const ColumnPlanes* const sources[] = {&planes};
@@ -144,7 +146,9 @@ double inpaintTextureTVOn(WorkerPool& pool, const ImageBuffer& source, ImageBuff
                 }
             });
         copyColour(source, donor.x, donor.y, trial, x, y);
-        copyColour(source, donor.x, donor.y, output, x, y);
+        if (!fillInOut) {
+            copyColour(source, donor.x, donor.y, output, x, y);
+        }
         tally.record(source, x, y, source, donor);
     }
     tally.report("inpaintTextureTV", pix_list.size());

@@ -256,9 +256,13 @@ TEST(FastSearch, TextureTVFillsAsThePlainSearch) {
         }
         for (const int threads : {1, 2, 3}) {
             WorkerPool pool(threads);
-            ImageBuffer out(source);
-            inpaintTextureTVOn(pool, source, out, 4, list, 5);
-            EXPECT_TRUE(test::sameImage(out, expected)) << levels << " levels, " << threads;
+            // With its working copy of its own and in `out`.
+            for (const bool fillInOut : {false, true}) {
+                ImageBuffer out(source);
+                inpaintTextureTVOn(pool, source, out, 4, list, 5, fillInOut);
+                EXPECT_TRUE(test::sameImage(out, expected))
+                    << levels << " levels, " << threads << " threads, " << fillInOut;
+            }
         }
     }
 }
